@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+
+class CommandRunner;
+class DefaultsStore;
+class LogSink;
+class LoginItems;
+class OsVersion;
+class Workspace;
+
+// The platform services the launcher uses. Each can be replaced as a whole,
+// so tests run the shipping code against fakes.
+struct PlatformServices {
+    std::shared_ptr<DefaultsStore> defaults;
+    std::shared_ptr<Workspace> workspace;
+    std::shared_ptr<LoginItems> loginItems;
+    std::shared_ptr<CommandRunner> commandRunner;
+    std::shared_ptr<OsVersion> osVersion;
+    std::shared_ptr<LogSink> logSink;
+};
+
+class Platform {
+public:
+    static DefaultsStore& defaults();
+    static Workspace& workspace();
+    static LoginItems& loginItems();
+    static CommandRunner& commandRunner();
+    static OsVersion& osVersion();
+    static LogSink& logSink();
+
+    // The services of the system this build runs on.
+    static PlatformServices createDefault();
+
+    // Swaps the services in use; call before any other thread uses them.
+    // Services left empty keep their current implementation.
+    static void replace(const PlatformServices& services);
+};

@@ -1,0 +1,15 @@
+#include "SystemLog.h"
+
+#include "platform/LogSink.h"
+#include "platform/Platform.h"
+#include "platform/PrintfFormat.h"
+
+void SystemLog::log(const QString& format)
+{
+    Platform::logSink().write(PrintfFormat::render(format.toUtf8()));
+}
+
+void SystemLog::logText(const QString& text)
+{
+    Platform::logSink().write(text.toUtf8());
+}

@@ -1,0 +1,52 @@
+#include "LinuxLogSink.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+#include <syslog.h>
+#include <unistd.h>
+
+LinuxLogSink::LinuxLogSink()
+{
+    static const bool opened = [] {
+        openlog(nullptr, LOG_PID, LOG_USER); // ident defaults to the program name
+        return true;
+    }();
+    (void)opened;
+}
+
+QByteArray LinuxLogSink::prefix()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char stamp[64];
+    const size_t length = std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+    char text[256];
+    const int n = std::snprintf(text, sizeof text, "%.*s.%03ld %s[%ld:%ld] ", static_cast<int>(length),
+                                stamp, now.tv_nsec / 1000000L, program_invocation_short_name,
+                                static_cast<long>(getpid()), static_cast<long>(gettid()));
+    return QByteArray(text, n > 0 ? std::min<int>(n, sizeof text - 1) : 0);
+}
+
+void LinuxLogSink::write(const QByteArray& line)
+{
+    QByteArray whole = prefix();
+    whole.append(line).append('\n');
+    // One write call per line keeps lines of concurrent threads apart.
+    const char* data = whole.constData();
+    qsizetype left = whole.size();
+    while (left > 0) {
+        const ssize_t written = ::write(STDERR_FILENO, data, static_cast<size_t>(left));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            break;
+        data += written;
+        left -= written;
+    }
+    syslog(LOG_NOTICE, "%s", line.constData());
+}

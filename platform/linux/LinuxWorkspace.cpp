@@ -1,0 +1,60 @@
+#include "LinuxWorkspace.h"
+
+#include "platform/linux/DesktopApplications.h"
+#include "platform/linux/ProcFs.h"
+
+#include <QThreadPool>
+
+LinuxWorkspace::LinuxWorkspace(std::shared_ptr<const ProcFs> procFs, uid_t uid)
+    : m_procFs(procFs ? std::move(procFs) : std::make_shared<const ProcFs>())
+    , m_uid(uid)
+{
+}
+
+QList<RunningApplication> LinuxWorkspace::runningApplications()
+{
+    const QHash<QString, QString> identifiers = DesktopApplications::identifiersByExecutable();
+    QList<RunningApplication> result;
+    for (const ProcFs::Process& process : m_procFs->processes()) {
+        if (process.uid != m_uid)
+            continue; // other users' processes are never ours to list or end
+        RunningApplication application;
+        application.pid = process.pid;
+        application.executable = process.executable;
+        const auto found = identifiers.constFind(process.executable);
+        if (!process.executable.isEmpty() && found != identifiers.cend())
+            application.bundleIdentifier = *found;
+        result.append(std::move(application));
+    }
+    return result;
+}
+
+bool LinuxWorkspace::forceTerminate(const RunningApplication& application)
+{
+    return m_procFs->kill(application.pid, application.executable, m_uid);
+}
+
+std::optional<QUrl> LinuxWorkspace::urlForApplication(const QString& bundleIdentifier)
+{
+    const auto path = DesktopApplications::installedEntryPath(bundleIdentifier);
+    if (!path)
+        return std::nullopt;
+    return QUrl::fromLocalFile(*path);
+}
+
+void LinuxWorkspace::openApplication(const QUrl& location, OpenHandler handler)
+{
+    // The result is always delivered on a pool thread, never on the caller's.
+    QThreadPool::globalInstance()->start([location, handler = std::move(handler)] {
+        auto result = DesktopApplications::launchEntryFile(location.toLocalFile());
+        if (auto* pid = std::get_if<qint64>(&result))
+            handler(*pid, std::nullopt);
+        else
+            handler(std::nullopt, std::get<ZLError>(std::move(result)));
+    });
+}
+
+bool LinuxWorkspace::launchApplication(const QString& name)
+{
+    return std::holds_alternative<qint64>(DesktopApplications::launchIdentifier(name));
+}

@@ -1,0 +1,120 @@
+#include "PlistDefaultsSuite.h"
+
+#include "platform/PlistDocument.h"
+#include "platform/SystemLog.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QLockFile>
+#include <QSaveFile>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr int lockTimeoutMs = 10000;
+
+} // namespace
+
+PlistDefaultsSuite::PlistDefaultsSuite(QString filePath) : m_filePath(std::move(filePath)) {}
+
+PlistDefaultsSuite::State PlistDefaultsSuite::load(std::optional<PlistDocument>& document) const
+{
+    QFile file(m_filePath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (!file.exists())
+            return State::Missing;
+        SystemLog::logText(u"Cannot read defaults file "_s + m_filePath + u": "_s + file.errorString());
+        return State::Unreadable;
+    }
+    if (file.size() > maxFileSize) {
+        SystemLog::logText(u"Defaults file "_s + m_filePath + u" is too large to read"_s);
+        return State::Unreadable;
+    }
+    document = PlistDocument::parse(file.read(maxFileSize + 1));
+    return document ? State::Parsed : State::Corrupt;
+}
+
+void PlistDefaultsSuite::moveAside() const
+{
+    const QString stamp = QDateTime::currentDateTime().toString(u"yyyyMMdd-HHmmss"_s);
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const QString aside = m_filePath + u".corrupt-"_s + stamp
+                              + (attempt ? u'-' + QString::number(attempt) : QString());
+        if (QFile::exists(aside))
+            continue;
+        if (QFile::rename(m_filePath, aside)) {
+            SystemLog::logText(u"Defaults file "_s + m_filePath
+                               + u" is not a readable property list; moved it aside to "_s + aside);
+            return;
+        }
+        break;
+    }
+    SystemLog::logText(u"Defaults file "_s + m_filePath
+                       + u" is not a readable property list and could not be moved aside"_s);
+}
+
+QVariant PlistDefaultsSuite::value(const QString& key)
+{
+    std::optional<PlistDocument> document;
+    switch (load(document)) {
+    case State::Parsed:
+        return document->value(key);
+    case State::Corrupt: {
+        // Another writer may have replaced the file since it was read: look
+        // again under the lock before moving anything aside.
+        QLockFile lock(m_filePath + u".lock"_s);
+        if (lock.tryLock(lockTimeoutMs) && load(document) == State::Corrupt)
+            moveAside();
+        return document ? document->value(key) : QVariant();
+    }
+    case State::Missing:
+    case State::Unreadable:
+        break;
+    }
+    return {};
+}
+
+bool PlistDefaultsSuite::setValue(const QString& key, const QVariant& value)
+{
+    const QString directory = QFileInfo(m_filePath).absolutePath();
+    if (!QDir().mkpath(directory)) {
+        SystemLog::logText(u"Cannot create the defaults directory "_s + directory);
+        return false;
+    }
+    QLockFile lock(m_filePath + u".lock"_s);
+    if (!lock.tryLock(lockTimeoutMs)) {
+        SystemLog::logText(u"Cannot lock defaults file "_s + m_filePath + u"; "_s + key + u" not stored"_s);
+        return false;
+    }
+    std::optional<PlistDocument> document;
+    switch (load(document)) {
+    case State::Parsed:
+        break;
+    case State::Missing:
+        document.emplace();
+        break;
+    case State::Corrupt:
+        moveAside();
+        if (QFile::exists(m_filePath))
+            return false; // never write over bytes that could not be kept
+        document.emplace();
+        break;
+    case State::Unreadable:
+        return false;
+    }
+    if (!document->setValue(key, value)) {
+        SystemLog::logText(u"Cannot store a value of type "_s + QString::fromLatin1(value.typeName())
+                           + u" under "_s + key);
+        return false;
+    }
+    QSaveFile file(m_filePath);
+    if (!file.open(QIODevice::WriteOnly) || file.write(document->toXml()) < 0 || !file.commit()) {
+        SystemLog::logText(u"Cannot write defaults file "_s + m_filePath + u": "_s + file.errorString()
+                           + u"; "_s + key + u" not stored"_s);
+        return false;
+    }
+    return true;
+}

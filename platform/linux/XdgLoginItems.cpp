@@ -1,0 +1,156 @@
+#include "XdgLoginItems.h"
+
+#include "platform/SystemLog.h"
+#include "platform/linux/DesktopApplications.h"
+#include "platform/linux/GLibPtr.h"
+#include "platform/linux/XdgDirs.h"
+
+#include <gio/gdesktopappinfo.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr const char* group = "Desktop Entry";
+
+GKeyFilePtr loadEntry(const QString& path)
+{
+    GKeyFilePtr keyFile(g_key_file_new());
+    const QByteArray encoded = QFile::encodeName(path);
+    GError* error = nullptr;
+    if (!g_key_file_load_from_file(keyFile.get(), encoded.constData(),
+                                   GKeyFileFlags(G_KEY_FILE_KEEP_COMMENTS | G_KEY_FILE_KEEP_TRANSLATIONS),
+                                   &error)) {
+        const GErrorPtr owned(error);
+        SystemLog::logText(u"Cannot read desktop entry "_s + path + u": "_s
+                           + QString::fromUtf8(owned ? owned->message : "unknown error"));
+        return nullptr;
+    }
+    return keyFile;
+}
+
+bool writeEntry(GKeyFile* keyFile, const QString& target)
+{
+    g_key_file_set_string(keyFile, group, "Version", "1.4");
+    gsize length = 0;
+    const GCharPtr data(g_key_file_to_data(keyFile, &length, nullptr));
+    if (!QDir().mkpath(QFileInfo(target).absolutePath())) {
+        SystemLog::logText(u"Cannot create the autostart directory for "_s + target);
+        return false;
+    }
+    QSaveFile file(target);
+    if (!file.open(QIODevice::WriteOnly) || file.write(data.get(), qint64(length)) < 0 || !file.commit()) {
+        SystemLog::logText(u"Cannot write autostart entry "_s + target + u": "_s + file.errorString());
+        return false;
+    }
+    return true;
+}
+
+std::optional<QString> systemAutostartEntry(const QString& fileName)
+{
+    for (const QString& dir : XdgDirs::configDirs()) {
+        const QString candidate = dir + u"/autostart/"_s + fileName;
+        if (QFileInfo(candidate).isFile())
+            return candidate;
+    }
+    return std::nullopt;
+}
+
+bool needsQuoting(const QString& text)
+{
+    static const QString reserved = u" \t\n\"'\\><~|&;$*?#()`"_s;
+    for (const QChar c : text) {
+        if (reserved.contains(c))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+QString XdgLoginItems::execWithProgram(const QString& exec, const QString& absoluteProgram)
+{
+    qsizetype i = 0;
+    while (i < exec.size() && exec[i] == u' ')
+        ++i;
+    if (i < exec.size() && exec[i] == u'"') {
+        for (++i; i < exec.size(); ++i) {
+            if (exec[i] == u'\\') {
+                ++i;
+            } else if (exec[i] == u'"') {
+                ++i;
+                break;
+            }
+        }
+    } else {
+        while (i < exec.size() && exec[i] != u' ')
+            ++i;
+    }
+    QString program = absoluteProgram;
+    program.replace(u'%', u"%%"_s);
+    if (needsQuoting(program)) {
+        QString quoted;
+        for (const QChar c : std::as_const(program)) {
+            if (c == u'"' || c == u'`' || c == u'$' || c == u'\\')
+                quoted += u'\\';
+            quoted += c;
+        }
+        program = u'"' + quoted + u'"';
+    }
+    return program + exec.mid(std::min(i, exec.size()));
+}
+
+bool XdgLoginItems::enable(const QString& bundleIdentifier, const QString& target)
+{
+    const auto entryPath = DesktopApplications::installedEntryPath(bundleIdentifier);
+    if (!entryPath) {
+        SystemLog::logText(u"No installed application "_s + bundleIdentifier + u" to start at login"_s);
+        return false;
+    }
+    const GObjectPtr<GDesktopAppInfo> info(
+        g_desktop_app_info_new_from_filename(QFile::encodeName(*entryPath).constData()));
+    const auto program = info ? DesktopApplications::absoluteProgram(info.get()) : std::nullopt;
+    const GKeyFilePtr keyFile = loadEntry(*entryPath);
+    if (!program || !keyFile)
+        return false;
+    const GCharPtr exec(g_key_file_get_string(keyFile.get(), group, "Exec", nullptr));
+    const QString newExec = execWithProgram(QString::fromUtf8(exec ? exec.get() : ""), *program);
+    g_key_file_set_string(keyFile.get(), group, "Exec", newExec.toUtf8().constData());
+    g_key_file_set_boolean(keyFile.get(), group, "X-GNOME-Autostart-enabled", TRUE);
+    g_key_file_remove_key(keyFile.get(), group, "Hidden", nullptr);
+    return writeEntry(keyFile.get(), target);
+}
+
+bool XdgLoginItems::disable(const QString& bundleIdentifier, const QString& target)
+{
+    // A system-wide entry of the same name would still start the program:
+    // only a user entry with Hidden=true switches it off.
+    if (const auto systemEntry = systemAutostartEntry(bundleIdentifier + u".desktop"_s)) {
+        const GKeyFilePtr keyFile = loadEntry(*systemEntry);
+        if (!keyFile)
+            return false;
+        g_key_file_set_boolean(keyFile.get(), group, "Hidden", TRUE);
+        return writeEntry(keyFile.get(), target);
+    }
+    if (!QFileInfo::exists(target) && !QFileInfo(target).isSymLink())
+        return true;
+    if (!QFile::remove(target)) {
+        SystemLog::logText(u"Cannot remove autostart entry "_s + target);
+        return false;
+    }
+    return true;
+}
+
+bool XdgLoginItems::setEnabled(const QString& bundleIdentifier, bool enabled)
+{
+    const auto configHome = XdgDirs::configHome();
+    if (!configHome || bundleIdentifier.isEmpty() || bundleIdentifier.contains(u'/'))
+        return false;
+    const QString target = *configHome + u"/autostart/"_s + bundleIdentifier + u".desktop"_s;
+    return enabled ? enable(bundleIdentifier, target) : disable(bundleIdentifier, target);
+}
