@@ -1,0 +1,78 @@
+#include "CLogger.h"
+
+#include "MacQuorin/LogTimeFormatter.h"
+#include "platform/PrintfFormat.h"
+#include "platform/SystemLog.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+QString CLog::rawValue(StringTag tag)
+{
+    switch (tag) {
+    case StringTag::launcher:
+        return u"Launcher"_s;
+    case StringTag::service:
+        return u"Service"_s;
+    case StringTag::finderExt:
+        return u"FinderExt"_s;
+    }
+    return {};
+}
+
+const LogTimeFormatter& CLog::dateFormatter()
+{
+    // Built once, on first use, by whichever thread logs first; read-only after that.
+    static const LogTimeFormatter formatter;
+    return formatter;
+}
+
+QString CLog::shortFileName(const QString& path)
+{
+    const QStringList pieces = path.split(u'/', Qt::SkipEmptyParts);
+    QString name = pieces.isEmpty() ? u"-"_s : pieces.last();
+    // A fixed cut of the six characters of the sources' extension, whatever they are.
+    if (name.size() >= 7)
+        name.chop(6);
+    return name;
+}
+
+void CLog::pExp(const QVariant& item, const std::optional<QVariant>& arg, StringTag logTags,
+                bool userLog, int line, const char* file, const char* strFunc)
+{
+    Q_UNUSED(strFunc) // accepted for the call sites' sake, never written
+    write(item.toString(), arg, logTags, userLog, line, file);
+}
+
+void CLog::pExp(const QString& item, const std::optional<QVariant>& arg, StringTag logTags,
+                bool userLog, int line, const char* file, const char* strFunc)
+{
+    Q_UNUSED(strFunc)
+    write(item, arg, logTags, userLog, line, file);
+}
+
+void CLog::write(const QString& item, const std::optional<QVariant>& arg, StringTag logTags,
+                 bool userLog, int line, const char* file)
+{
+    const QString stamp = u'[' + dateFormatter().string(std::chrono::system_clock::now()) + u']';
+    QString text = u"ZELNA_LOG"_s;
+    if (userLog)
+        text += u" ZL_DOWNLOAD_LOG"_s;
+    text += stamp + u": \""_s + item;
+    if (arg)
+        text += u' ' + arg->toString();
+    text += u"\". <"_s + rawValue(logTags) + u">, "_s + shortFileName(QString::fromUtf8(file))
+            + u" ("_s + QString::number(line) + u')';
+    // The line is a format on purpose, as the system log call takes it.
+    SystemLog::log(text);
+}
+
+void CLog::f(const QString& format, const QList<std::optional<QString>>& args, StringTag logTags,
+             bool userLog, int line, const char* file, const char* strFunc)
+{
+    QList<PrintfFormat::Argument> texts;
+    texts.reserve(args.size());
+    for (const auto& arg : args)
+        texts.append(arg ? arg->toUtf8() : QByteArrayLiteral("nil"));
+    const QString item = QString::fromUtf8(PrintfFormat::render(format.toUtf8(), texts));
+    pExp(item, std::nullopt, logTags, userLog, line, file, strFunc);
+}
