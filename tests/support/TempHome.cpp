@@ -1,0 +1,60 @@
+#include "TempHome.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+using namespace Qt::Literals::StringLiterals;
+
+TempHome::TempHome()
+{
+    const QStringList dirs{configHome(), dataHome(), systemDataDir(), systemConfigDir(),
+                           applicationsDir(), path() + u"/runtime"_s};
+    for (const QString& dir : dirs)
+        QDir().mkpath(dir);
+    QFile::setPermissions(path() + u"/runtime"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+QProcessEnvironment TempHome::environment() const
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"HOME"_s, path());
+    env.insert(u"XDG_CONFIG_HOME"_s, configHome());
+    env.insert(u"XDG_DATA_HOME"_s, dataHome());
+    env.insert(u"XDG_DATA_DIRS"_s, systemDataDir());
+    env.insert(u"XDG_CONFIG_DIRS"_s, systemConfigDir());
+    env.insert(u"XDG_RUNTIME_DIR"_s, path() + u"/runtime"_s);
+    return env;
+}
+
+void TempHome::applyToProcess() const
+{
+    const QProcessEnvironment env = environment();
+    for (const QString& key : {u"HOME"_s, u"XDG_CONFIG_HOME"_s, u"XDG_DATA_HOME"_s, u"XDG_DATA_DIRS"_s,
+                               u"XDG_CONFIG_DIRS"_s, u"XDG_RUNTIME_DIR"_s})
+        qputenv(key.toUtf8().constData(), env.value(key).toUtf8());
+}
+
+QString TempHome::installApplication(const QString& identifier, const QString& exec) const
+{
+    const QString file = applicationsDir() + u'/' + identifier + u".desktop"_s;
+    const QString entry = u"[Desktop Entry]\nType=Application\nVersion=1.4\nName="_s + identifier
+                          + u"\nExec="_s + exec + u"\nNoDisplay=true\n"_s;
+    writeFile(file, entry.toUtf8());
+    return file;
+}
+
+QString TempHome::readFile(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll());
+}
+
+bool TempHome::writeFile(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QProcessEnvironment>
+#include <QString>
+#include <QTemporaryDir>
+
+// A throw-away home with its own XDG directories, so tests touch nothing of the user's.
+class TempHome {
+public:
+    TempHome();
+
+    bool isValid() const { return m_dir.isValid(); }
+    QString path() const { return m_dir.path(); }
+    QString configHome() const { return path() + QStringLiteral("/config"); }
+    QString dataHome() const { return path() + QStringLiteral("/data"); }
+    QString systemDataDir() const { return path() + QStringLiteral("/system-data"); }
+    QString systemConfigDir() const { return path() + QStringLiteral("/system-config"); }
+    QString applicationsDir() const { return dataHome() + QStringLiteral("/applications"); }
+    QString autostartDir() const { return configHome() + QStringLiteral("/autostart"); }
+
+    // The environment that points every XDG variable here.
+    QProcessEnvironment environment() const;
+    // Points this process at the temporary home (before anything caches the variables).
+    void applyToProcess() const;
+
+    // Writes an application entry NAME.desktop whose Exec is the given command line.
+    QString installApplication(const QString& identifier, const QString& exec) const;
+
+    static QString readFile(const QString& path);
+    static bool writeFile(const QString& path, const QByteArray& bytes);
+
+private:
+    QTemporaryDir m_dir;
+};
