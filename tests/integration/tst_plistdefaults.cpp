@@ -1,0 +1,176 @@
+#include "platform/DefaultsStore.h"
+#include "platform/DefaultsSuite.h"
+#include "platform/linux/PlistDefaultsStore.h"
+#include "tests/support/RecordingLogSink.h"
+#include "tests/support/TempHome.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QProcess>
+#include <QTest>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+const QString suiteName = u"K4WQ7ZT2RB.group.zelna.Quorin"_s;
+
+// Runs a Python snippet with plistlib against the suite file; answers its output.
+QString python(const QString& script, const QString& file)
+{
+    QProcess process;
+    process.start(u"python3"_s, {u"-c"_s, u"import plistlib,sys\nf=sys.argv[1]\n"_s + script, file});
+    process.waitForFinished(30000);
+    return QString::fromUtf8(process.readAllStandardOutput()).trimmed()
+           + QString::fromUtf8(process.readAllStandardError()).trimmed();
+}
+} // namespace
+
+class TestPlistDefaults : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void textStaysTextForOtherReaders();
+    void otherProgramsKeysSurviveEveryWrite();
+    void valueTypesAreKept();
+    void corruptFileIsMovedAsideNotOverwritten();
+    void unusableSuiteNamesCannotBeOpened_data();
+    void unusableSuiteNamesCannotBeOpened();
+    void noHomeMeansNoSuite();
+    void concurrentWritersLoseNoKey();
+
+private:
+    QString suiteFile() const { return m_home->configHome() + u'/' + suiteName + u".plist"_s; }
+    std::unique_ptr<TempHome> m_home;
+    std::shared_ptr<RecordingLogSink> m_sink;
+    PlistDefaultsStore m_store;
+};
+
+void TestPlistDefaults::initTestCase() { m_sink = RecordingLogSink::install(); }
+
+void TestPlistDefaults::init()
+{
+    m_home = std::make_unique<TempHome>();
+    QVERIFY(m_home->isValid());
+    m_home->applyToProcess();
+    m_sink->clear();
+}
+
+void TestPlistDefaults::textStaysTextForOtherReaders()
+{
+    auto suite = m_store.open(suiteName);
+    QVERIFY(suite);
+    QCOMPARE(suite->value(u"QREnabled"_s), QVariant()); // no file yet
+    QVERIFY(suite->setValue(u"QREnabled"_s, u"1"_s));
+    QCOMPARE(python(u"d=plistlib.load(open(f,'rb'));print(type(d['QREnabled']).__name__, d['QREnabled'])"_s,
+                    suiteFile()),
+             u"str 1"_s);
+    // A new handle reads the file anew.
+    QCOMPARE(m_store.open(suiteName)->value(u"QREnabled"_s), QVariant(u"1"_s));
+    QVERIFY(!QFile::exists(suiteFile() + u".lock"_s));
+}
+
+void TestPlistDefaults::otherProgramsKeysSurviveEveryWrite()
+{
+    const QString written = python(
+        u"import datetime\nplistlib.dump({'Count':-7,'Ratio':2.5,'On':True,'Blob':b'\\x00\\x01','When':"
+        "datetime.datetime(2025,1,2,3,4,5),'List':[1,'a'],'Nested':{'k':'v'},'QREnabled':'0'},open(f,'wb'),"
+        "fmt=plistlib.FMT_BINARY)"_s,
+        suiteFile());
+    QCOMPARE(written, QString());
+    auto suite = m_store.open(suiteName);
+    QCOMPARE(suite->value(u"QREnabled"_s), QVariant(u"0"_s)); // binary lists are read too
+    QVERIFY(suite->setValue(u"QREnabled"_s, u"1"_s));
+    QVERIFY(suite->setValue(u"Other"_s, u"x"_s));
+    QCOMPARE(python(u"d=plistlib.load(open(f,'rb'));print(sorted(d.items()))"_s, suiteFile()),
+             u"[('Blob', b'\\x00\\x01'), ('Count', -7), ('List', [1, 'a']), ('Nested', {'k': 'v'}), "
+             "('On', True), ('Other', 'x'), ('QREnabled', '1'), ('Ratio', 2.5), "
+             "('When', datetime.datetime(2025, 1, 2, 3, 4, 5))]"_s);
+}
+
+void TestPlistDefaults::valueTypesAreKept()
+{
+    auto suite = m_store.open(suiteName);
+    QVERIFY(suite->setValue(u"n"_s, qint64(1)));
+    QVERIFY(suite->setValue(u"b"_s, true));
+    QVERIFY(suite->setValue(u"t"_s, u"1"_s));
+    QCOMPARE(suite->value(u"n"_s).typeId(), QMetaType::LongLong);
+    QCOMPARE(suite->value(u"b"_s).typeId(), QMetaType::Bool);
+    QCOMPARE(suite->value(u"t"_s).typeId(), QMetaType::QString);
+}
+
+void TestPlistDefaults::corruptFileIsMovedAsideNotOverwritten()
+{
+    const QByteArray garbage("<?xml version=\"1.0\"?><plist><dict><key>QREnabled</key><string>0");
+    QVERIFY(TempHome::writeFile(suiteFile(), garbage));
+    auto suite = m_store.open(suiteName);
+    QCOMPARE(suite->value(u"QREnabled"_s), QVariant());
+
+    const QStringList aside = QDir(m_home->configHome()).entryList({suiteName + u".plist.corrupt-*"_s});
+    QCOMPARE(aside.size(), 1);
+    QCOMPARE(TempHome::readFile(m_home->configHome() + u'/' + aside.first()).toUtf8(), garbage);
+    QVERIFY(!QFile::exists(suiteFile()));
+    QCOMPARE(m_sink->lines().size(), 1);
+    QVERIFY(m_sink->lines().first().contains(u"moved it aside"_s));
+
+    // A write into a corrupt file moves it aside too, then starts afresh.
+    QVERIFY(TempHome::writeFile(suiteFile(), "not a plist"));
+    QVERIFY(suite->setValue(u"QREnabled"_s, u"1"_s));
+    QCOMPARE(QDir(m_home->configHome()).entryList({suiteName + u".plist.corrupt-*"_s}).size(), 2);
+    QCOMPARE(suite->value(u"QREnabled"_s), QVariant(u"1"_s));
+}
+
+void TestPlistDefaults::unusableSuiteNamesCannotBeOpened_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("empty") << QString();
+    QTest::newRow("dot") << u"."_s;
+    QTest::newRow("dot dot") << u".."_s;
+    QTest::newRow("slash") << u"a/b"_s;
+    QTest::newRow("escape") << u"../../etc/x"_s;
+    QTest::newRow("nul") << QString(u"a"_s + QChar(0) + u"b"_s);
+    QTest::newRow("too long") << QString(300, u'x');
+}
+
+void TestPlistDefaults::unusableSuiteNamesCannotBeOpened()
+{
+    QFETCH(QString, name);
+    QVERIFY(!m_store.open(name));
+}
+
+void TestPlistDefaults::noHomeMeansNoSuite()
+{
+    qputenv("XDG_CONFIG_HOME", "relative/dir");
+    qputenv("HOME", "");
+    QVERIFY(!m_store.open(suiteName));
+    qputenv("XDG_CONFIG_HOME", m_home->configHome().toUtf8());
+    QVERIFY(m_store.open(suiteName));
+}
+
+void TestPlistDefaults::concurrentWritersLoseNoKey()
+{
+    constexpr int writers = 6;
+    constexpr int keysEach = 40;
+    std::vector<std::unique_ptr<QProcess>> processes;
+    for (int w = 0; w < writers; ++w) {
+        auto process = std::make_unique<QProcess>();
+        process->setProcessEnvironment(m_home->environment());
+        process->start(QStringLiteral(ZQ_DEFAULTS_WRITER), {suiteName, u"w"_s + QString::number(w),
+                                                             QString::number(keysEach)});
+        processes.push_back(std::move(process));
+    }
+    for (auto& process : processes) {
+        QVERIFY(process->waitForFinished(60000));
+        QCOMPARE(process->exitCode(), 0);
+    }
+    auto suite = m_store.open(suiteName);
+    for (int w = 0; w < writers; ++w) {
+        for (int i = 0; i < keysEach; ++i)
+            QCOMPARE(suite->value(u"w%1-%2"_s.arg(w).arg(i)), QVariant(QString::number(i)));
+    }
+    QCOMPARE(python(u"print(len(plistlib.load(open(f,'rb'))))"_s, suiteFile()),
+             QString::number(writers * keysEach));
+}
+
+QTEST_GUILESS_MAIN(TestPlistDefaults)
+#include "tst_plistdefaults.moc"
