@@ -37,10 +37,15 @@ void rememberPid(GDesktopAppInfo*, GPid pid, gpointer data) { *static_cast<qint6
 
 std::optional<QString> DesktopApplications::absoluteProgram(GDesktopAppInfo* info)
 {
-    const char* program = g_app_info_get_executable(G_APP_INFO(info));
-    if (!program || !*program)
+    // GIO's own executable keeps the Exec quoting; the first argument is the program.
+    const char* commandLine = g_app_info_get_commandline(G_APP_INFO(info));
+    gchar** argv = nullptr;
+    if (!commandLine || !g_shell_parse_argv(commandLine, nullptr, &argv, nullptr))
         return std::nullopt;
-    const GCharPtr found(g_find_program_in_path(program));
+    const std::unique_ptr<gchar*, decltype(&g_strfreev)> args(argv, &g_strfreev);
+    if (!argv[0] || !*argv[0])
+        return std::nullopt;
+    const GCharPtr found(g_find_program_in_path(argv[0]));
     if (!found)
         return std::nullopt;
     return QString::fromLocal8Bit(found.get());
