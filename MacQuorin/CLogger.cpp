@@ -36,22 +36,22 @@ QString CLog::shortFileName(const QString& path)
     return name;
 }
 
-void CLog::pExp(const QVariant& item, const std::optional<QVariant>& arg, StringTag logTags,
-                bool userLog, int line, const char* file, const char* strFunc)
+void CLog::pExp(const QVariant& item, const std::optional<QVariant>& arg, StringTag logTags, bool userLog,
+                int line, const char* file, const char* strFunc)
 {
     Q_UNUSED(strFunc) // accepted for the call sites' sake, never written
     write(item.toString(), arg, logTags, userLog, line, file);
 }
 
-void CLog::pExp(const QString& item, const std::optional<QVariant>& arg, StringTag logTags,
-                bool userLog, int line, const char* file, const char* strFunc)
+void CLog::pExp(const QString& item, const std::optional<QVariant>& arg, StringTag logTags, bool userLog,
+                int line, const char* file, const char* strFunc)
 {
     Q_UNUSED(strFunc)
     write(item, arg, logTags, userLog, line, file);
 }
 
-void CLog::write(const QString& item, const std::optional<QVariant>& arg, StringTag logTags,
-                 bool userLog, int line, const char* file)
+void CLog::write(const QString& item, const std::optional<QVariant>& arg, StringTag logTags, bool userLog,
+                 int line, const char* file)
 {
     const QString stamp = u'[' + dateFormatter().string(std::chrono::system_clock::now()) + u']';
     QString text = u"ZELNA_LOG"_s;
@@ -60,8 +60,8 @@ void CLog::write(const QString& item, const std::optional<QVariant>& arg, String
     text += stamp + u": \""_s + item;
     if (arg)
         text += u' ' + arg->toString();
-    text += u"\". <"_s + rawValue(logTags) + u">, "_s + shortFileName(QString::fromUtf8(file))
-            + u" ("_s + QString::number(line) + u')';
+    text += u"\". <"_s + rawValue(logTags) + u">, "_s + shortFileName(QString::fromUtf8(file)) + u" ("_s
+            + QString::number(line) + u')';
     // The line is a format on purpose, as the system log call takes it.
     SystemLog::log(text);
 }

@@ -19,7 +19,10 @@ QStringList electionArguments(bool enabled)
             ServiceEnableHandler::extensionBundleIdentifier};
 }
 
-QString boolText(bool value) { return value ? u"true"_s : u"false"_s; }
+QString boolText(bool value)
+{
+    return value ? u"true"_s : u"false"_s;
+}
 
 // Not named invoke: argument-dependent lookup would pick std::invoke instead.
 void complete(const ServiceEnableHandler::Completion& completion)

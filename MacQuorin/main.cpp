@@ -6,8 +6,7 @@
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
-    ServiceEnableHandler::handleEnabled([&app] {
-        QMetaObject::invokeMethod(&app, &QCoreApplication::quit, Qt::QueuedConnection);
-    });
+    ServiceEnableHandler::handleEnabled(
+        [&app] { QMetaObject::invokeMethod(&app, &QCoreApplication::quit, Qt::QueuedConnection); });
     return app.exec();
 }

@@ -47,7 +47,8 @@ struct Fixture {
         const QStringList programs{u"sh"_s, u"cat"_s, u"ls"_s, u"env"_s, u"true"_s, u"false"_s};
         for (int i = 0; i < desktopEntries; ++i)
             write(system + u"/applications/org.example.App"_s + QString::number(i) + u".desktop"_s,
-                  u"[Desktop Entry]\nType=Application\nName=App\nExec="_s + programs[i % programs.size()] + u" %F\n"_s);
+                  u"[Desktop Entry]\nType=Application\nName=App\nExec="_s + programs[i % programs.size()]
+                      + u" %F\n"_s);
 
         const QString service = home.path() + u"/quorin-service"_s;
         QFile::copy(u"/bin/sleep"_s, service);

@@ -8,8 +8,7 @@ PlatformServices& current()
     return services;
 }
 
-template <typename T>
-void replaceIfSet(std::shared_ptr<T>& slot, const std::shared_ptr<T>& replacement)
+template <typename T> void replaceIfSet(std::shared_ptr<T>& slot, const std::shared_ptr<T>& replacement)
 {
     if (replacement)
         slot = replacement;
@@ -17,12 +16,30 @@ void replaceIfSet(std::shared_ptr<T>& slot, const std::shared_ptr<T>& replacemen
 
 } // namespace
 
-DefaultsStore& Platform::defaults() { return *current().defaults; }
-Workspace& Platform::workspace() { return *current().workspace; }
-LoginItems& Platform::loginItems() { return *current().loginItems; }
-CommandRunner& Platform::commandRunner() { return *current().commandRunner; }
-OsVersion& Platform::osVersion() { return *current().osVersion; }
-LogSink& Platform::logSink() { return *current().logSink; }
+DefaultsStore& Platform::defaults()
+{
+    return *current().defaults;
+}
+Workspace& Platform::workspace()
+{
+    return *current().workspace;
+}
+LoginItems& Platform::loginItems()
+{
+    return *current().loginItems;
+}
+CommandRunner& Platform::commandRunner()
+{
+    return *current().commandRunner;
+}
+OsVersion& Platform::osVersion()
+{
+    return *current().osVersion;
+}
+LogSink& Platform::logSink()
+{
+    return *current().logSink;
+}
 
 void Platform::replace(const PlatformServices& services)
 {

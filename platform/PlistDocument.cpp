@@ -76,8 +76,7 @@ QVariant toVariant(plist_t node)
         int32_t seconds = 0;
         int32_t micros = 0;
         plist_get_date_val(node, &seconds, &micros);
-        return QDateTime::fromMSecsSinceEpoch((plistEpochOffset + seconds) * 1000 + micros / 1000,
-                                              Qt::UTC);
+        return QDateTime::fromMSecsSinceEpoch((plistEpochOffset + seconds) * 1000 + micros / 1000, Qt::UTC);
     }
     case PLIST_ARRAY: {
         QVariantList list;
@@ -148,15 +147,15 @@ plist_t fromVariant(const QVariant& value)
 } // namespace
 
 struct PlistDocument::Node {
-    explicit Node(plist_t node) : root(node) {}
+    explicit Node(plist_t node) : root(node) { }
     ~Node() { plist_free(root); }
     Node(const Node&) = delete;
     Node& operator=(const Node&) = delete;
     plist_t root;
 };
 
-PlistDocument::PlistDocument() : m_root(std::make_unique<Node>(plist_new_dict())) {}
-PlistDocument::PlistDocument(std::unique_ptr<Node> root) : m_root(std::move(root)) {}
+PlistDocument::PlistDocument() : m_root(std::make_unique<Node>(plist_new_dict())) { }
+PlistDocument::PlistDocument(std::unique_ptr<Node> root) : m_root(std::move(root)) { }
 PlistDocument::~PlistDocument() = default;
 PlistDocument::PlistDocument(PlistDocument&&) noexcept = default;
 PlistDocument& PlistDocument::operator=(PlistDocument&&) noexcept = default;

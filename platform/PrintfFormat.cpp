@@ -13,17 +13,17 @@ namespace {
 // One parsed directive: "%" flags width .precision length conversion.
 struct Directive {
     std::string flags;
-    int width = -1;        // -1: none
+    int width = -1; // -1: none
     bool widthFromArg = false;
-    int precision = -1;    // -1: none
+    int precision = -1; // -1: none
     bool precisionFromArg = false;
     char conversion = 0;
-    qsizetype end = 0;     // index just past the directive
+    qsizetype end = 0; // index just past the directive
 };
 
 class Parser {
 public:
-    explicit Parser(const QByteArray& text) : m_text(text) {}
+    explicit Parser(const QByteArray& text) : m_text(text) { }
 
     // Parses the directive whose '%' is at pos; conversion stays 0 when the text ends first.
     Directive parse(qsizetype pos) const
@@ -73,7 +73,7 @@ private:
 
 class Renderer {
 public:
-    explicit Renderer(const QList<PrintfFormat::Argument>& args) : m_args(args) {}
+    explicit Renderer(const QList<PrintfFormat::Argument>& args) : m_args(args) { }
 
     void directive(const Directive& d, QByteArray& out)
     {
@@ -106,12 +106,27 @@ public:
         case 'C':
             nextArgument(); // a zero character prints nothing
             return;
-        case 'd': case 'i': case 'o': case 'u': case 'x': case 'X': case 'p':
-        case 'D': case 'O': case 'U':
+        case 'd':
+        case 'i':
+        case 'o':
+        case 'u':
+        case 'x':
+        case 'X':
+        case 'p':
+        case 'D':
+        case 'O':
+        case 'U':
             nextArgument();
             appendNumber(out, spec, false);
             return;
-        case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
+        case 'f':
+        case 'F':
+        case 'e':
+        case 'E':
+        case 'g':
+        case 'G':
+        case 'a':
+        case 'A':
             nextArgument();
             appendNumber(out, spec, true);
             return;
@@ -122,7 +137,8 @@ public:
 
     static bool known(char conversion)
     {
-        return conversion != 0 && std::string_view("%@sSncCdiouxXpDOUfFeEgGaA").find(conversion) != std::string_view::npos;
+        return conversion != 0
+               && std::string_view("%@sSncCdiouxXpDOUfFeEgGaA").find(conversion) != std::string_view::npos;
     }
 
 private:

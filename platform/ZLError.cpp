@@ -9,8 +9,7 @@ ZLError::ZLError(QString domain, qint64 code, QString localizedDescription, QStr
     , m_code(code)
     , m_description(std::move(localizedDescription))
     , m_underlying(std::move(underlying))
-{
-}
+{ }
 
 ZLError ZLError::fromErrno(int errorNumber, const QString& context)
 {
@@ -20,8 +19,8 @@ ZLError ZLError::fromErrno(int errorNumber, const QString& context)
 
 QString ZLError::description() const
 {
-    QString text = u"Error Domain="_s + m_domain + u" Code="_s + QString::number(m_code)
-                   + u" \""_s + m_description + u'"';
+    QString text = u"Error Domain="_s + m_domain + u" Code="_s + QString::number(m_code) + u" \""_s
+                   + m_description + u'"';
     if (!m_underlying.isEmpty())
         text += u" UserInfo={NSUnderlyingError="_s + m_underlying + u'}';
     return text;

@@ -29,9 +29,15 @@ ZLError errorFrom(GError* error)
 }
 
 // Runs in the started child just before exec: detach it from the launcher's session.
-void detachChild(gpointer) { setsid(); }
+void detachChild(gpointer)
+{
+    setsid();
+}
 
-void rememberPid(GDesktopAppInfo*, GPid pid, gpointer data) { *static_cast<qint64*>(data) = pid; }
+void rememberPid(GDesktopAppInfo*, GPid pid, gpointer data)
+{
+    *static_cast<qint64*>(data) = pid;
+}
 
 } // namespace
 
@@ -100,8 +106,8 @@ std::variant<qint64, ZLError> DesktopApplications::launch(GDesktopAppInfo* info)
     qint64 pid = 0;
     GError* rawError = nullptr;
     const gboolean started = g_desktop_app_info_launch_uris_as_manager_with_fds(
-        info, nullptr, nullptr, G_SPAWN_SEARCH_PATH, detachChild, nullptr, rememberPid, &pid,
-        devNull, devNull, devNull, &rawError);
+        info, nullptr, nullptr, G_SPAWN_SEARCH_PATH, detachChild, nullptr, rememberPid, &pid, devNull,
+        devNull, devNull, &rawError);
     ::close(devNull);
     if (!started) {
         const GErrorPtr error(rawError);
@@ -125,7 +131,6 @@ std::variant<qint64, ZLError> DesktopApplications::launchIdentifier(const QStrin
 {
     const auto info = entryFor(bundleIdentifier);
     if (!info)
-        return ZLError(u"NSCocoaErrorDomain"_s, 260,
-                       u"No application is installed as "_s + bundleIdentifier);
+        return ZLError(u"NSCocoaErrorDomain"_s, 260, u"No application is installed as "_s + bundleIdentifier);
     return launch(info.get());
 }

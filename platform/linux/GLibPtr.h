@@ -18,8 +18,7 @@ struct GErrorDeleter {
     void operator()(GError* error) const { g_error_free(error); }
 };
 
-template <typename T>
-using GObjectPtr = std::unique_ptr<T, GObjectDeleter>;
+template <typename T> using GObjectPtr = std::unique_ptr<T, GObjectDeleter>;
 using GCharPtr = std::unique_ptr<gchar, GFreeDeleter>;
 using GKeyFilePtr = std::unique_ptr<GKeyFile, GKeyFileDeleter>;
 using GErrorPtr = std::unique_ptr<GError, GErrorDeleter>;

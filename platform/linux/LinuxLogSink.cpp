@@ -26,8 +26,8 @@ QByteArray LinuxLogSink::prefix()
     char stamp[64];
     const size_t length = std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
     char text[256];
-    const int n = std::snprintf(text, sizeof text, "%.*s.%03ld %s[%ld:%ld] ", static_cast<int>(length),
-                                stamp, now.tv_nsec / 1000000L, program_invocation_short_name,
+    const int n = std::snprintf(text, sizeof text, "%.*s.%03ld %s[%ld:%ld] ", static_cast<int>(length), stamp,
+                                now.tv_nsec / 1000000L, program_invocation_short_name,
                                 static_cast<long>(getpid()), static_cast<long>(gettid()));
     return QByteArray(text, n > 0 ? std::min<int>(n, sizeof text - 1) : 0);
 }

@@ -8,8 +8,7 @@
 LinuxWorkspace::LinuxWorkspace(std::shared_ptr<const ProcFs> procFs, uid_t uid)
     : m_procFs(procFs ? std::move(procFs) : std::make_shared<const ProcFs>())
     , m_uid(uid)
-{
-}
+{ }
 
 QList<RunningApplication> LinuxWorkspace::runningApplications()
 {

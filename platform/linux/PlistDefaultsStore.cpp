@@ -9,9 +9,8 @@ bool PlistDefaultsStore::isUsableSuiteName(const QString& suiteName)
 {
     // Leaves room for ".plist" and the lock and aside suffixes within NAME_MAX.
     constexpr qsizetype maxNameBytes = 200;
-    return !suiteName.isEmpty() && suiteName != u"."_s && suiteName != u".."_s
-           && !suiteName.contains(u'/') && !suiteName.contains(QChar(0))
-           && suiteName.toUtf8().size() <= maxNameBytes;
+    return !suiteName.isEmpty() && suiteName != u"."_s && suiteName != u".."_s && !suiteName.contains(u'/')
+           && !suiteName.contains(QChar(0)) && suiteName.toUtf8().size() <= maxNameBytes;
 }
 
 std::unique_ptr<DefaultsSuite> PlistDefaultsStore::open(const QString& suiteName)

@@ -18,7 +18,7 @@ constexpr int lockTimeoutMs = 10000;
 
 } // namespace
 
-PlistDefaultsSuite::PlistDefaultsSuite(QString filePath) : m_filePath(std::move(filePath)) {}
+PlistDefaultsSuite::PlistDefaultsSuite(QString filePath) : m_filePath(std::move(filePath)) { }
 
 PlistDefaultsSuite::State PlistDefaultsSuite::load(std::optional<PlistDocument>& document) const
 {
@@ -41,8 +41,8 @@ void PlistDefaultsSuite::moveAside() const
 {
     const QString stamp = QDateTime::currentDateTime().toString(u"yyyyMMdd-HHmmss"_s);
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const QString aside = m_filePath + u".corrupt-"_s + stamp
-                              + (attempt ? u'-' + QString::number(attempt) : QString());
+        const QString aside
+            = m_filePath + u".corrupt-"_s + stamp + (attempt ? u'-' + QString::number(attempt) : QString());
         if (QFile::exists(aside))
             continue;
         if (QFile::rename(m_filePath, aside)) {

@@ -29,7 +29,7 @@ QString readExecutable(int procFd, const char* pidName)
 
 std::optional<ProcFs::Process> readProcess(int procFd, const char* pidName)
 {
-    struct stat info {};
+    struct stat info { };
     if (fstatat(procFd, pidName, &info, 0) != 0)
         return std::nullopt;
     ProcFs::Process process;
@@ -75,8 +75,7 @@ QList<ProcFs::Process> ProcFs::processes() const
             result.append(std::move(*process));
     }
     closedir(dir);
-    std::sort(result.begin(), result.end(),
-              [](const Process& a, const Process& b) { return a.pid < b.pid; });
+    std::sort(result.begin(), result.end(), [](const Process& a, const Process& b) { return a.pid < b.pid; });
     return result;
 }
 

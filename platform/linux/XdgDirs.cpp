@@ -25,11 +25,20 @@ std::optional<QString> underHome(const char* name, const QString& fallback)
 
 } // namespace
 
-std::optional<QString> XdgDirs::home() { return absoluteFromEnv("HOME"); }
+std::optional<QString> XdgDirs::home()
+{
+    return absoluteFromEnv("HOME");
+}
 
-std::optional<QString> XdgDirs::configHome() { return underHome("XDG_CONFIG_HOME", u".config"_s); }
+std::optional<QString> XdgDirs::configHome()
+{
+    return underHome("XDG_CONFIG_HOME", u".config"_s);
+}
 
-std::optional<QString> XdgDirs::dataHome() { return underHome("XDG_DATA_HOME", u".local/share"_s); }
+std::optional<QString> XdgDirs::dataHome()
+{
+    return underHome("XDG_DATA_HOME", u".local/share"_s);
+}
 
 QStringList XdgDirs::configDirs()
 {
@@ -44,4 +53,7 @@ QStringList XdgDirs::configDirs()
     return dirs;
 }
 
-std::optional<QString> XdgDirs::runtimeDir() { return absoluteFromEnv("XDG_RUNTIME_DIR"); }
+std::optional<QString> XdgDirs::runtimeDir()
+{
+    return absoluteFromEnv("XDG_RUNTIME_DIR");
+}

@@ -100,8 +100,9 @@ void TestLinuxWorkspace::cleanupTestCase()
 void TestLinuxWorkspace::installedMeansTheProgramResolves()
 {
     LinuxWorkspace workspace;
-    QCOMPARE(workspace.urlForApplication(service),
-             std::optional<QUrl>(QUrl::fromLocalFile(m_home.applicationsDir() + u'/' + service + u".desktop"_s)));
+    QCOMPARE(
+        workspace.urlForApplication(service),
+        std::optional<QUrl>(QUrl::fromLocalFile(m_home.applicationsDir() + u'/' + service + u".desktop"_s)));
     QCOMPARE(workspace.urlForApplication(u"com.example.Missing"_s), std::nullopt);
     QCOMPARE(workspace.urlForApplication(u"com.example.Absent"_s), std::nullopt);
 }
@@ -171,13 +172,12 @@ void TestLinuxWorkspace::openStartsDetachedAndReportsOffTheMainThread()
     std::optional<qint64> pid;
     std::optional<ZLError> error;
     QThread* reportedOn = nullptr;
-    workspace.openApplication(*location,
-                              [&](std::optional<qint64> p, std::optional<ZLError> e) {
-                                  pid = p;
-                                  error = std::move(e);
-                                  reportedOn = QThread::currentThread();
-                                  done.release();
-                              });
+    workspace.openApplication(*location, [&](std::optional<qint64> p, std::optional<ZLError> e) {
+        pid = p;
+        error = std::move(e);
+        reportedOn = QThread::currentThread();
+        done.release();
+    });
     QVERIFY(done.tryAcquire(1, 10000));
     QVERIFY(reportedOn != QThread::currentThread());
     QVERIFY2(!error, error ? qPrintable(error->description()) : "");
@@ -193,15 +193,17 @@ void TestLinuxWorkspace::openReportsAnErrorForAMissingProgram()
     std::optional<ZLError> error;
     std::optional<qint64> pid;
     const QString entry = m_home.applicationsDir() + u"/com.example.Missing.desktop"_s;
-    workspace.openApplication(QUrl::fromLocalFile(entry), [&](std::optional<qint64> p, std::optional<ZLError> e) {
-        pid = p;
-        error = std::move(e);
-        done.release();
-    });
+    workspace.openApplication(QUrl::fromLocalFile(entry),
+                              [&](std::optional<qint64> p, std::optional<ZLError> e) {
+                                  pid = p;
+                                  error = std::move(e);
+                                  done.release();
+                              });
     QVERIFY(done.tryAcquire(1, 10000));
     QVERIFY(!pid);
     QVERIFY(error);
-    QVERIFY2(error->description().contains(u"com.example.Missing.desktop"_s), qPrintable(error->description()));
+    QVERIFY2(error->description().contains(u"com.example.Missing.desktop"_s),
+             qPrintable(error->description()));
 }
 
 void TestLinuxWorkspace::launchByNameAnswersWhetherItStarted()

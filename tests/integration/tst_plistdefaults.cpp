@@ -46,7 +46,10 @@ private:
     PlistDefaultsStore m_store;
 };
 
-void TestPlistDefaults::initTestCase() { m_sink = RecordingLogSink::install(); }
+void TestPlistDefaults::initTestCase()
+{
+    m_sink = RecordingLogSink::install();
+}
 
 void TestPlistDefaults::init()
 {
@@ -155,8 +158,8 @@ void TestPlistDefaults::concurrentWritersLoseNoKey()
     for (int w = 0; w < writers; ++w) {
         auto process = std::make_unique<QProcess>();
         process->setProcessEnvironment(m_home->environment());
-        process->start(QStringLiteral(ZQ_DEFAULTS_WRITER), {suiteName, u"w"_s + QString::number(w),
-                                                             QString::number(keysEach)});
+        process->start(QStringLiteral(ZQ_DEFAULTS_WRITER),
+                       {suiteName, u"w"_s + QString::number(w), QString::number(keysEach)});
         processes.push_back(std::move(process));
     }
     for (auto& process : processes) {

@@ -89,8 +89,9 @@ QStringList TestServicePass::starts() const
 QString TestServicePass::python(const QString& script) const
 {
     QProcess process;
-    process.start(u"python3"_s, {u"-c"_s, u"import plistlib,sys\nd=plistlib.load(open(sys.argv[1],'rb'))\n"_s + script,
-                                 m_home->configHome() + suiteFile});
+    process.start(u"python3"_s,
+                  {u"-c"_s, u"import plistlib,sys\nd=plistlib.load(open(sys.argv[1],'rb'))\n"_s + script,
+                   m_home->configHome() + suiteFile});
     process.waitForFinished(30000);
     return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()).trimmed();
 }
@@ -108,15 +109,21 @@ void TestServicePass::firstLaunchEnablesAndStartsTheService()
 
     const QStringList lines = result.err.split(u'\n', Qt::SkipEmptyParts);
     QCOMPARE(lines.size(), 2);
-    QVERIFY2(lines[0].contains(u"]: \"ServiceEnableHandler -> updateUserDefaults -> true\". <Service>, "_s), qPrintable(lines[0]));
-    QVERIFY2(QRegularExpression(u"\\]: \"ServiceEnableHandler -> handleEnabled -> openApplication -> with error: nil\"\\. "
-                                u"<Service>, ServiceEnableHandl \\(\\d+\\)$"_s)
-                 .match(lines[1]).hasMatch(),
+    QVERIFY2(lines[0].contains(u"]: \"ServiceEnableHandler -> updateUserDefaults -> true\". <Service>, "_s),
+             qPrintable(lines[0]));
+    QVERIFY2(QRegularExpression(
+                 u"\\]: \"ServiceEnableHandler -> handleEnabled -> openApplication -> with error: nil\"\\. "
+                 u"<Service>, ServiceEnableHandl \\(\\d+\\)$"_s)
+                 .match(lines[1])
+                 .hasMatch(),
              qPrintable(lines[1]));
     // Standard error carries the platform log prefix.
-    QVERIFY2(QRegularExpression(u"^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} zq-service-pass\\[\\d+:\\d+\\] ZELNA_LOG\\["_s)
-                 .match(lines[1]).hasMatch(),
-             qPrintable(lines[1]));
+    QVERIFY2(
+        QRegularExpression(
+            u"^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} zq-service-pass\\[\\d+:\\d+\\] ZELNA_LOG\\["_s)
+            .match(lines[1])
+            .hasMatch(),
+        qPrintable(lines[1]));
 }
 
 void TestServicePass::alreadyRunningServiceIsNotStartedAgain()

@@ -54,14 +54,18 @@ void TestXdgLoginItems::initTestCase()
     m_home.installApplication(service, u"quorin-service --background %U"_s);
 }
 
-void TestXdgLoginItems::init() { QFile::remove(autostartEntry()); }
+void TestXdgLoginItems::init()
+{
+    QFile::remove(autostartEntry());
+}
 
 void TestXdgLoginItems::execGetsAnAbsoluteProgram_data()
 {
     QTest::addColumn<QString>("exec");
     QTest::addColumn<QString>("program");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("bare name with field code") << u"svc --bg %U"_s << u"/usr/bin/svc"_s << u"/usr/bin/svc --bg %U"_s;
+    QTest::newRow("bare name with field code")
+        << u"svc --bg %U"_s << u"/usr/bin/svc"_s << u"/usr/bin/svc --bg %U"_s;
     QTest::newRow("program only") << u"svc"_s << u"/opt/svc"_s << u"/opt/svc"_s;
     QTest::newRow("quoted program") << u"\"my svc\" -x"_s << u"/opt/my svc"_s << u"\"/opt/my svc\" -x"_s;
     QTest::newRow("escapes inside quotes") << u"\"a\\\"b\" -x"_s << u"/o/a\"b$"_s << u"\"/o/a\\\"b\\$\" -x"_s;
@@ -80,7 +84,8 @@ void TestXdgLoginItems::enablingWritesAValidAutostartEntry()
 {
     QVERIFY(m_items.setEnabled(service, true));
     const QString entry = TempHome::readFile(autostartEntry());
-    QVERIFY2(entry.contains(u"\nExec="_s + m_home.path() + u"/bin/quorin-service --background %U\n"_s), qPrintable(entry));
+    QVERIFY2(entry.contains(u"\nExec="_s + m_home.path() + u"/bin/quorin-service --background %U\n"_s),
+             qPrintable(entry));
     QVERIFY(entry.contains(u"\nX-GNOME-Autostart-enabled=true\n"_s));
     QVERIFY(entry.contains(u"\nVersion=1.4\n"_s));
     QVERIFY(!entry.contains(u"Hidden"_s));
@@ -101,7 +106,8 @@ void TestXdgLoginItems::disablingRemovesTheEntry()
 void TestXdgLoginItems::disablingHidesASystemWideEntry()
 {
     const QString systemEntry = m_home.systemConfigDir() + u"/autostart/"_s + service + u".desktop"_s;
-    QVERIFY(TempHome::writeFile(systemEntry, "[Desktop Entry]\nType=Application\nName=Svc\nExec=quorin-service\n"));
+    QVERIFY(TempHome::writeFile(systemEntry,
+                                "[Desktop Entry]\nType=Application\nName=Svc\nExec=quorin-service\n"));
     QVERIFY(m_items.setEnabled(service, false));
     const QString entry = TempHome::readFile(autostartEntry());
     QVERIFY2(entry.contains(u"\nHidden=true\n"_s), qPrintable(entry));

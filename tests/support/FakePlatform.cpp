@@ -6,7 +6,7 @@ using namespace Qt::Literals::StringLiterals;
 
 class FakePlatform::Suite : public DefaultsSuite {
 public:
-    explicit Suite(FakePlatform& owner) : m_owner(owner) {}
+    explicit Suite(FakePlatform& owner) : m_owner(owner) { }
     QVariant value(const QString& key) override { return m_owner.defaults.value(key); }
     bool setValue(const QString& key, const QVariant& value) override
     {
@@ -21,7 +21,7 @@ private:
 
 class FakePlatform::Defaults : public DefaultsStore {
 public:
-    explicit Defaults(FakePlatform& owner) : m_owner(owner) {}
+    explicit Defaults(FakePlatform& owner) : m_owner(owner) { }
     std::unique_ptr<DefaultsSuite> open(const QString& suiteName) override
     {
         if (!m_owner.defaultsOpenable || suiteName != u"K4WQ7ZT2RB.group.zelna.Quorin"_s)
@@ -35,7 +35,7 @@ private:
 
 class FakePlatform::FakeWorkspace : public Workspace {
 public:
-    explicit FakeWorkspace(FakePlatform& owner) : m_owner(owner) {}
+    explicit FakeWorkspace(FakePlatform& owner) : m_owner(owner) { }
     QList<RunningApplication> runningApplications() override
     {
         m_owner.note(u"list"_s);
@@ -69,7 +69,7 @@ private:
 
 class FakePlatform::Logins : public LoginItems {
 public:
-    explicit Logins(FakePlatform& owner) : m_owner(owner) {}
+    explicit Logins(FakePlatform& owner) : m_owner(owner) { }
     bool setEnabled(const QString& bundleIdentifier, bool enabled) override
     {
         m_owner.note(u"login "_s + bundleIdentifier + (enabled ? u" on"_s : u" off"_s));
@@ -82,7 +82,7 @@ private:
 
 class FakePlatform::Runner : public CommandRunner {
 public:
-    explicit Runner(FakePlatform& owner) : m_owner(owner) {}
+    explicit Runner(FakePlatform& owner) : m_owner(owner) { }
     int run(const QString& program, const QStringList& arguments) override
     {
         m_owner.note(u"run "_s + program + u' ' + arguments.join(u' '));
@@ -95,7 +95,7 @@ private:
 
 class FakePlatform::Version : public OsVersion {
 public:
-    explicit Version(FakePlatform& owner) : m_owner(owner) {}
+    explicit Version(FakePlatform& owner) : m_owner(owner) { }
     bool isAtLeast(int major, int minor, int) const override
     {
         return m_owner.modernSystem || major < 10 || (major == 10 && minor < 15);

@@ -8,8 +8,8 @@ using namespace Qt::Literals::StringLiterals;
 
 TempHome::TempHome()
 {
-    const QStringList dirs{configHome(), dataHome(), systemDataDir(), systemConfigDir(),
-                           applicationsDir(), path() + u"/runtime"_s};
+    const QStringList dirs{configHome(),      dataHome(),        systemDataDir(),
+                           systemConfigDir(), applicationsDir(), path() + u"/runtime"_s};
     for (const QString& dir : dirs)
         QDir().mkpath(dir);
     QFile::setPermissions(path() + u"/runtime"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);

@@ -18,8 +18,9 @@ int main(int argc, char* argv[])
         onMain = QThread::currentThread() == app.thread();
         if (++completions == 1) {
             // Wait a little for a second, wrong call before reporting.
-            QMetaObject::invokeMethod(&app, [&app] { QTimer::singleShot(300, &app, &QCoreApplication::quit); },
-                                      Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                &app, [&app] { QTimer::singleShot(300, &app, &QCoreApplication::quit); },
+                Qt::QueuedConnection);
         }
     });
     QTimer::singleShot(20000, &app, &QCoreApplication::quit); // a missing completion still ends

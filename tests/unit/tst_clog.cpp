@@ -27,8 +27,14 @@ private:
     std::shared_ptr<RecordingLogSink> m_sink;
 };
 
-void TestCLog::initTestCase() { m_sink = RecordingLogSink::install(); }
-void TestCLog::init() { m_sink->clear(); }
+void TestCLog::initTestCase()
+{
+    m_sink = RecordingLogSink::install();
+}
+void TestCLog::init()
+{
+    m_sink->clear();
+}
 
 QString TestCLog::only()
 {
@@ -47,7 +53,8 @@ void TestCLog::lineShape()
     QVERIFY2(match.hasMatch(), qPrintable(line));
     // The stamp is local wall-clock time of now.
     const QTime stamp(match.captured(1).toInt(), match.captured(2).toInt(), match.captured(3).toInt());
-    QVERIFY(qAbs(stamp.secsTo(QTime::currentTime())) <= 2 || qAbs(stamp.secsTo(QTime::currentTime())) >= 86398);
+    QVERIFY(qAbs(stamp.secsTo(QTime::currentTime())) <= 2
+            || qAbs(stamp.secsTo(QTime::currentTime())) >= 86398);
 }
 
 void TestCLog::shortFileName_data()
@@ -77,7 +84,8 @@ void TestCLog::shortFileName()
 
 void TestCLog::markerArgAndTags()
 {
-    CLog::pExp(u"item"_s, QVariant(42), CLog::StringTag::finderExt, true, 7, "/x/Sample.swift", "secretFunctionName");
+    CLog::pExp(u"item"_s, QVariant(42), CLog::StringTag::finderExt, true, 7, "/x/Sample.swift",
+               "secretFunctionName");
     const QString line = only();
     QVERIFY2(line.startsWith(u"ZELNA_LOG ZL_DOWNLOAD_LOG["_s), qPrintable(line));
     QVERIFY2(line.endsWith(u"]: \"item 42\". <FinderExt>, Sample (7)"_s), qPrintable(line));
@@ -93,7 +101,8 @@ void TestCLog::callSitePositionIsTheCaller()
     const int expectedLine = __LINE__ + 1;
     CLog::pExp(u"here"_s);
     // This file's name minus the fixed six-character cut.
-    QVERIFY2(only().endsWith(u"<Service>, tst_cl ("_s + QString::number(expectedLine) + u')'), qPrintable(only()));
+    QVERIFY2(only().endsWith(u"<Service>, tst_cl ("_s + QString::number(expectedLine) + u')'),
+             qPrintable(only()));
 }
 
 void TestCLog::formattedVariantPrintsNil()

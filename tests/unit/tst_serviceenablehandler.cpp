@@ -64,7 +64,10 @@ private:
     std::unique_ptr<FakePlatform> m_fake;
 };
 
-void TestServiceEnableHandler::initTestCase() { m_sink = RecordingLogSink::install(); }
+void TestServiceEnableHandler::initTestCase()
+{
+    m_sink = RecordingLogSink::install();
+}
 
 void TestServiceEnableHandler::init()
 {
@@ -82,8 +85,8 @@ void TestServiceEnableHandler::cleanup()
 void TestServiceEnableHandler::disabledKillsEveryInstanceThenRemovesLoginItem()
 {
     m_fake->defaults[u"QREnabled"_s] = u"0"_s;
-    m_fake->running = {app(10, service), app(11, u"other.app"_s), app(12, std::nullopt),
-                       app(13, service), app(14, service + u".Finder"_s)};
+    m_fake->running = {app(10, service), app(11, u"other.app"_s), app(12, std::nullopt), app(13, service),
+                       app(14, service + u".Finder"_s)};
     m_fake->commandStatus = 1; // a failing election changes nothing
     CompletionProbe probe;
     ServiceEnableHandler::handleEnabled(probe.completion());
@@ -152,8 +155,9 @@ void TestServiceEnableHandler::modernOpenCompletesOnTheCallbackThread()
     QVERIFY(probe.thread.load() != std::this_thread::get_id());
     const QStringList lines = m_sink->lines();
     QCOMPARE(lines.size(), 1);
-    QVERIFY2(lines.first().contains(u"]: \"ServiceEnableHandler -> handleEnabled -> openApplication -> with error: "_s
-                                    + described + u"\". <Service>, "_s),
+    QVERIFY2(lines.first().contains(
+                 u"]: \"ServiceEnableHandler -> handleEnabled -> openApplication -> with error: "_s
+                 + described + u"\". <Service>, "_s),
              qPrintable(lines.first()));
 }
 
