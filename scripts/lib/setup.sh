@@ -26,7 +26,6 @@ zq_install_packages() {
     mapfile -t missing < <(zq_missing_packages)
     [ ${#missing[@]} -eq 0 ] && return 0
 
-    echo "Installing missing Debian packages: ${missing[*]}"
     local -a sudo=()
     if [ "$(id -u)" -ne 0 ]; then
         if ! command -v sudo >/dev/null 2>&1; then
@@ -41,6 +40,7 @@ zq_install_packages() {
             return 1
         fi
     fi
+    echo "Installing missing Debian packages: ${missing[*]}"
     export DEBIAN_FRONTEND=noninteractive
     "${sudo[@]}" apt-get update -q \
         && "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}" || {
