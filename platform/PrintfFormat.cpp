@@ -77,16 +77,16 @@ public:
 
     void directive(const Directive& d, QByteArray& out)
     {
-        Directive spec = d;
-        if (spec.widthFromArg) {
+        Directive pattern = d;
+        if (pattern.widthFromArg) {
             nextArgument(); // a text argument has no numeric value: width 0
-            spec.width = -1;
+            pattern.width = -1;
         }
-        if (spec.precisionFromArg) {
+        if (pattern.precisionFromArg) {
             nextArgument();
-            spec.precision = -1;
+            pattern.precision = -1;
         }
-        switch (spec.conversion) {
+        switch (pattern.conversion) {
         case '%':
             out += '%';
             return;
@@ -96,7 +96,7 @@ public:
             const PrintfFormat::Argument arg = nextArgument();
             const QByteArray text = arg ? *arg : QByteArrayLiteral("(null)");
             // Embedded NUL bytes would end a C string early; the text is passed whole.
-            appendFormatted(out, spec, 's', text);
+            appendFormatted(out, pattern, 's', text);
             return;
         }
         case 'n':
@@ -117,7 +117,7 @@ public:
         case 'O':
         case 'U':
             nextArgument();
-            appendNumber(out, spec, false);
+            appendNumber(out, pattern, false);
             return;
         case 'f':
         case 'F':
@@ -128,7 +128,7 @@ public:
         case 'a':
         case 'A':
             nextArgument();
-            appendNumber(out, spec, true);
+            appendNumber(out, pattern, true);
             return;
         default:
             return; // unknown directive: printed literally by the caller
@@ -152,24 +152,24 @@ private:
 
     static std::string specText(const Directive& d, char conversion)
     {
-        std::string spec(1, '%');
-        spec.append(d.flags);
+        std::string pattern(1, '%');
+        pattern.append(d.flags);
         if (d.width >= 0)
-            spec.append(std::to_string(d.width));
+            pattern.append(std::to_string(d.width));
         if (d.precision >= 0) {
-            spec.push_back('.');
-            spec.append(std::to_string(d.precision));
+            pattern.push_back('.');
+            pattern.append(std::to_string(d.precision));
         }
-        spec.push_back(conversion);
-        return spec;
+        pattern.push_back(conversion);
+        return pattern;
     }
 
     static void appendFormatted(QByteArray& out, const Directive& d, char conversion, const QByteArray& text)
     {
-        const std::string spec = specText(d, conversion);
+        const std::string pattern = specText(d, conversion);
         const std::string value = text.toStdString();
         std::string buffer(value.size() + 2 * PrintfFormat::maxFieldWidth + 8, '\0');
-        const int n = std::snprintf(buffer.data(), buffer.size(), spec.c_str(), value.c_str());
+        const int n = std::snprintf(buffer.data(), buffer.size(), pattern.c_str(), value.c_str());
         if (n > 0)
             out.append(buffer.data(), std::min<qsizetype>(n, qsizetype(buffer.size()) - 1));
     }
@@ -183,15 +183,15 @@ private:
             conversion = 'o';
         else if (conversion == 'U')
             conversion = 'u';
-        const std::string spec = specText(d, conversion);
+        const std::string pattern = specText(d, conversion);
         std::string buffer(3 * PrintfFormat::maxFieldWidth + 64, '\0');
         int n = 0;
         if (floating)
-            n = std::snprintf(buffer.data(), buffer.size(), spec.c_str(), 0.0);
+            n = std::snprintf(buffer.data(), buffer.size(), pattern.c_str(), 0.0);
         else if (conversion == 'p')
-            n = std::snprintf(buffer.data(), buffer.size(), spec.c_str(), static_cast<void*>(nullptr));
+            n = std::snprintf(buffer.data(), buffer.size(), pattern.c_str(), static_cast<void*>(nullptr));
         else
-            n = std::snprintf(buffer.data(), buffer.size(), spec.c_str(), 0);
+            n = std::snprintf(buffer.data(), buffer.size(), pattern.c_str(), 0);
         if (n > 0)
             out.append(buffer.data(), std::min<qsizetype>(n, qsizetype(buffer.size()) - 1));
     }

@@ -2,7 +2,6 @@
 
 #include "platform/CommandRunner.h"
 #include "platform/DefaultsStore.h"
-#include "platform/DefaultsSuite.h"
 #include "platform/LoginItems.h"
 #include "platform/OsVersion.h"
 #include "platform/Workspace.h"
@@ -11,51 +10,49 @@
 #include <QStringList>
 #include <QVariantMap>
 
-#include <memory>
 #include <thread>
 
-// In-memory stand-ins for every platform service. Each call is noted in one
-// shared journal so tests can check the order of steps across services.
-class FakePlatform {
+// In-memory stand-in for every platform service. Each call is noted in one
+// journal so tests can check the order of steps across services.
+class FakePlatform : public DefaultsStore,
+                     public Workspace,
+                     public LoginItems,
+                     public CommandRunner,
+                     public OsVersion {
 public:
-    FakePlatform();
-    ~FakePlatform();
+    ~FakePlatform() override;
 
-    void note(const QString& step);
+    // Installs this object as the platform's services (the log sink is left alone).
+    void install();
     QStringList journal() const;
 
-    // Defaults
     bool defaultsOpenable = true;
     QVariantMap defaults;
-
-    // Workspace
     QList<RunningApplication> running;
     std::optional<QUrl> serviceLocation;
     bool launchAnswer = true;
-    // Open results are held until deliverOpen(), which sends them from another thread.
-    std::optional<ZLError> openError;
+    std::optional<ZLError> openError; // what the held open reports
+    int commandStatus = 0;
+    bool modernSystem = true;
+
+    // Sends the held open result from another thread, as the system does.
     void deliverOpen();
     bool hasPendingOpen() const;
 
-    // Command runner
-    int commandStatus = 0;
+    std::unique_ptr<DefaultsSuite> open(const QString& suiteName) override;
+    QList<RunningApplication> runningApplications() override;
+    bool forceTerminate(const RunningApplication& application) override;
+    std::optional<QUrl> urlForApplication(const QString& bundleIdentifier) override;
+    void openApplication(const QUrl& location, OpenHandler handler) override;
+    bool launchApplication(const QString& name) override;
+    bool setEnabled(const QString& bundleIdentifier, bool enabled) override;
+    int run(const QString& program, const QStringList& arguments) override;
+    bool isAtLeast(int major, int minor, int patch) const override;
 
-    // Operating system
-    bool modernSystem = true;
-
-    // Installs these fakes as the platform's services (the log sink is left alone).
-    void install();
+    void note(const QString& step);
 
 private:
-    class Defaults;
-    class Suite;
-    class FakeWorkspace;
-    class Logins;
-    class Runner;
-    class Version;
-
     mutable QMutex m_mutex;
     QStringList m_journal;
-    Workspace::OpenHandler m_pendingOpen;
-    std::thread m_deliverer;
+    OpenHandler m_pendingOpen;
 };
