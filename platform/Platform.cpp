@@ -40,6 +40,10 @@ LogSink& Platform::logSink()
 {
     return *current().logSink;
 }
+InstanceChannel& Platform::instanceChannel()
+{
+    return *current().instanceChannel;
+}
 
 void Platform::replace(const PlatformServices& services)
 {
@@ -50,4 +54,5 @@ void Platform::replace(const PlatformServices& services)
     replaceIfSet(slots.commandRunner, services.commandRunner);
     replaceIfSet(slots.osVersion, services.osVersion);
     replaceIfSet(slots.logSink, services.logSink);
+    replaceIfSet(slots.instanceChannel, services.instanceChannel);
 }

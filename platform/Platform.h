@@ -4,6 +4,7 @@
 
 class CommandRunner;
 class DefaultsStore;
+class InstanceChannel;
 class LogSink;
 class LoginItems;
 class OsVersion;
@@ -18,6 +19,7 @@ struct PlatformServices {
     std::shared_ptr<CommandRunner> commandRunner;
     std::shared_ptr<OsVersion> osVersion;
     std::shared_ptr<LogSink> logSink;
+    std::shared_ptr<InstanceChannel> instanceChannel;
 };
 
 class Platform {
@@ -28,6 +30,7 @@ public:
     static CommandRunner& commandRunner();
     static OsVersion& osVersion();
     static LogSink& logSink();
+    static InstanceChannel& instanceChannel();
 
     // The services of the system this build runs on.
     static PlatformServices createDefault();

@@ -185,6 +185,11 @@ QByteArray PlistDocument::toXml() const
     return result;
 }
 
+QVariantMap PlistDocument::toMap() const
+{
+    return dictToVariant(m_root->root).toMap();
+}
+
 QVariant PlistDocument::value(const QString& key) const
 {
     plist_t item = plist_dict_get_item(m_root->root, key.toUtf8().constData());

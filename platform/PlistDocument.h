@@ -20,6 +20,7 @@ public:
     static std::optional<PlistDocument> parse(const QByteArray& bytes);
 
     QByteArray toXml() const;
+    QVariantMap toMap() const;
 
     // The value under key with its type kept, or an invalid QVariant when absent.
     QVariant value(const QString& key) const;

@@ -25,6 +25,10 @@ public:
 
     // The user's own running processes, in process-table order.
     virtual QList<RunningApplication> runningApplications() = 0;
+    // The running applications with this identifier.
+    virtual QList<RunningApplication> runningApplications(const QString& bundleIdentifier) = 0;
+    // Brings the application to the front; answers whether that worked.
+    virtual bool activate(const RunningApplication& application) = 0;
     // Ends the process at once. False when it is gone or no longer the same program.
     virtual bool forceTerminate(const RunningApplication& application) = 0;
     // Where the application with this identifier is installed, if it is.

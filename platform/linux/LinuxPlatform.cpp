@@ -4,6 +4,7 @@
 #include "platform/linux/CurrentOsVersion.h"
 #include "platform/linux/LinuxLogSink.h"
 #include "platform/linux/LinuxWorkspace.h"
+#include "platform/linux/LocalSocketInstanceChannel.h"
 #include "platform/linux/PlistDefaultsStore.h"
 #include "platform/linux/XdgLoginItems.h"
 
@@ -16,5 +17,6 @@ PlatformServices Platform::createDefault()
     services.commandRunner = std::make_shared<ProcessCommandRunner>();
     services.osVersion = std::make_shared<CurrentOsVersion>();
     services.logSink = std::make_shared<LinuxLogSink>();
+    services.instanceChannel = std::make_shared<LocalSocketInstanceChannel>();
     return services;
 }

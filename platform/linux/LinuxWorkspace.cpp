@@ -28,6 +28,24 @@ QList<RunningApplication> LinuxWorkspace::runningApplications()
     return result;
 }
 
+QList<RunningApplication> LinuxWorkspace::runningApplications(const QString& bundleIdentifier)
+{
+    // Nothing can run as an application that is not installed: skip the process scan.
+    if (!DesktopApplications::installedEntryPath(bundleIdentifier))
+        return {};
+    QList<RunningApplication> matching;
+    for (RunningApplication& application : runningApplications()) {
+        if (application.bundleIdentifier == bundleIdentifier)
+            matching.append(std::move(application));
+    }
+    return matching;
+}
+
+bool LinuxWorkspace::activate(const RunningApplication&)
+{
+    return false; // another program's windows are its own and the desktop's to raise
+}
+
 bool LinuxWorkspace::forceTerminate(const RunningApplication& application)
 {
     return m_procFs->kill(application.pid, application.executable, m_uid);

@@ -16,6 +16,8 @@ public:
     explicit LinuxWorkspace(std::shared_ptr<const ProcFs> procFs = nullptr, uid_t uid = getuid());
 
     QList<RunningApplication> runningApplications() override;
+    QList<RunningApplication> runningApplications(const QString& bundleIdentifier) override;
+    bool activate(const RunningApplication& application) override;
     bool forceTerminate(const RunningApplication& application) override;
     std::optional<QUrl> urlForApplication(const QString& bundleIdentifier) override;
     void openApplication(const QUrl& location, OpenHandler handler) override;

@@ -83,6 +83,23 @@ QList<RunningApplication> FakePlatform::runningApplications()
     return running;
 }
 
+QList<RunningApplication> FakePlatform::runningApplications(const QString& bundleIdentifier)
+{
+    note(u"list "_s + bundleIdentifier);
+    QList<RunningApplication> matching;
+    for (const RunningApplication& application : std::as_const(running)) {
+        if (application.bundleIdentifier == bundleIdentifier)
+            matching.append(application);
+    }
+    return matching;
+}
+
+bool FakePlatform::activate(const RunningApplication& application)
+{
+    note(u"activate "_s + QString::number(application.pid));
+    return true;
+}
+
 bool FakePlatform::forceTerminate(const RunningApplication& application)
 {
     note(u"kill "_s + QString::number(application.pid));

@@ -41,6 +41,8 @@ public:
 
     std::unique_ptr<DefaultsSuite> open(const QString& suiteName) override;
     QList<RunningApplication> runningApplications() override;
+    QList<RunningApplication> runningApplications(const QString& bundleIdentifier) override;
+    bool activate(const RunningApplication& application) override;
     bool forceTerminate(const RunningApplication& application) override;
     std::optional<QUrl> urlForApplication(const QString& bundleIdentifier) override;
     void openApplication(const QUrl& location, OpenHandler handler) override;

@@ -1,0 +1,83 @@
+#include "AppDelegate.h"
+
+#include "MacQuorin/Application.h"
+#include "MacQuorin/Bundle.h"
+#include "MacQuorin/DispatchQueue.h"
+#include "MacQuorin/ServiceEnableHandler.h"
+#include "MacQuorin/Storyboard.h"
+#include "MacQuorin/UpdateDelegate.h"
+#include "MacQuorin/WindowController.h"
+#include "platform/Platform.h"
+#include "platform/SystemLog.h"
+#include "platform/Workspace.h"
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+AppDelegate::AppDelegate() : UODATE_DELEGATE(std::make_unique<UpdateDelegate>()) { }
+
+AppDelegate::~AppDelegate() = default;
+
+WindowController& AppDelegate::controller()
+{
+    if (!m_controller) {
+        m_controller = Storyboard::storyboardWithName(u"Main"_s, Bundle::main())
+                           .instantiateControllerWithIdentifier(u"MainWindow"_s);
+    }
+    return *m_controller;
+}
+
+void AppDelegate::applicationDidFinishLaunching()
+{
+    std::weak_ptr<AppDelegate> weakSelf = weak_from_this();
+    ServiceEnableHandler::handleEnabled([weakSelf] {
+        // Runs wherever the service pass finishes, possibly off the main thread.
+        finishLaunchLogic(weakSelf.lock());
+    });
+}
+
+void AppDelegate::finishLaunchLogic(const std::shared_ptr<AppDelegate>& delegate)
+{
+    if (!delegate)
+        return;
+    UpdateDelegate::configureSharedUpdater(*delegate->UODATE_DELEGATE, Bundle::main());
+
+    const QStringList& arguments = Application::shared()->arguments();
+    if (arguments.size() >= 2 && arguments[1] == u"checkVersion"_s) {
+        isChecker = true;
+        return;
+    }
+    DispatchQueue::main().async([delegate] { delegate->setAppPolicyToRegular(); });
+}
+
+bool AppDelegate::applicationShouldHandleReopen(bool)
+{
+    SystemLog::log(tokenLog + u" applicationShouldHandleReopen"_s);
+    switchPolicyToRegularIfNeeded();
+    return true;
+}
+
+void AppDelegate::switchPolicyToRegularIfNeeded()
+{
+    if (Application::shared()->activationPolicy() == Application::Accessory) {
+        SystemLog::log(tokenLog + u" Handling accessory state on reopen"_s);
+        setAppPolicyToRegular();
+    }
+}
+
+void AppDelegate::setAppPolicyToRegular()
+{
+    Application::shared()->setActivationPolicy(Application::Regular);
+    controller().showWindow();
+
+    Workspace& workspace = Platform::workspace();
+    const QList<RunningApplication> docks = workspace.runningApplications(u"com.apple.dock"_s);
+    if (!docks.isEmpty())
+        workspace.activate(docks.first());
+
+    // The launcher itself comes forward a moment after the Dock, never in the same turn.
+    if (OperationQueue* queue = OperationQueue::current()) {
+        if (DispatchQueue* dispatch = queue->underlyingQueue())
+            dispatch->asyncAfter(200ms, [] { Application::shared()->activateIgnoringOtherApps(true); });
+    }
+}

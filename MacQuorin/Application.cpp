@@ -1,0 +1,73 @@
+#include "Application.h"
+
+#include "MacQuorin/ApplicationDelegate.h"
+#include "MacQuorin/LauncherLogging.h"
+
+#include <QApplication>
+#include <QWidget>
+
+namespace {
+Application* g_shared = nullptr;
+} // namespace
+
+Application::Application(QStringList arguments, ActivationPolicy initialPolicy)
+    : m_arguments(std::move(arguments))
+    , m_policy(initialPolicy)
+{
+    g_shared = this;
+    connect(qApp, &QGuiApplication::lastWindowClosed, this, &Application::lastWindowClosed);
+}
+
+Application::~Application()
+{
+    if (g_shared == this)
+        g_shared = nullptr;
+}
+
+Application* Application::shared()
+{
+    return g_shared;
+}
+
+bool Application::setActivationPolicy(ActivationPolicy policy)
+{
+    m_policy = policy;
+    qCDebug(lcLauncher, "activation policy %d", int(policy));
+    return true;
+}
+
+bool Application::hasVisibleWindows()
+{
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    return std::any_of(windows.cbegin(), windows.cend(), [](const QWidget* w) { return w->isVisible(); });
+}
+
+void Application::activateIgnoringOtherApps(bool)
+{
+    for (QWidget* window : QApplication::topLevelWidgets()) {
+        if (window->isVisible()) {
+            window->raise();
+            window->activateWindow();
+        }
+    }
+    qCDebug(lcLauncher, "application activated");
+}
+
+void Application::finishLaunching()
+{
+    if (m_delegate)
+        m_delegate->applicationDidFinishLaunching();
+}
+
+void Application::reopen()
+{
+    // When the delegate agrees, the usual handling follows: bring the windows forward.
+    if (m_delegate && m_delegate->applicationShouldHandleReopen(hasVisibleWindows()) && hasVisibleWindows())
+        activateIgnoringOtherApps(true);
+}
+
+void Application::lastWindowClosed()
+{
+    if (m_delegate && m_delegate->applicationShouldTerminateAfterLastWindowClosed())
+        QCoreApplication::quit();
+}

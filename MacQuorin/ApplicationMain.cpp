@@ -1,0 +1,76 @@
+#include "ApplicationMain.h"
+
+#include "MacQuorin/AppDelegate.h"
+#include "MacQuorin/Application.h"
+#include "MacQuorin/Bundle.h"
+#include "MacQuorin/LauncherLogging.h"
+#include "platform/InstanceChannel.h"
+#include "platform/Platform.h"
+#include "updater/SUStandardUserDriver.h"
+#include "updater/SUUpdater.h"
+
+#include <QApplication>
+
+using namespace Qt::Literals::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcLauncher, "zelna.launcher", QtWarningMsg)
+
+namespace {
+
+std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle)
+{
+    SUUpdater::Host host;
+    host.bundleVersion = bundle.objectForInfoDictionaryKey(u"CFBundleVersion"_s).toString();
+    host.displayVersion = bundle.objectForInfoDictionaryKey(u"CFBundleShortVersionString"_s).toString();
+    host.defaultsSuite = bundle.objectForInfoDictionaryKey(u"CFBundleIdentifier"_s).toString();
+    if (host.defaultsSuite.isEmpty())
+        host.defaultsSuite = u"com.zelna.Quorin"_s;
+    const QVariant interval = bundle.objectForInfoDictionaryKey(u"SUScheduledCheckInterval"_s);
+    bool isNumber = false;
+    const qint64 seconds = interval.toLongLong(&isNumber);
+    host.checkInterval = SUUpdater::checkInterval(
+        isNumber && interval.typeId() != QMetaType::QString ? std::optional(seconds) : std::nullopt);
+    const QString name = bundle.objectForInfoDictionaryKey(u"CFBundleName"_s).toString();
+    auto updater = std::make_unique<SUUpdater>(
+        std::move(host), std::make_unique<SUStandardUserDriver>(name.isEmpty() ? u"ZELNA Quorin"_s : name));
+    SUUpdater::setSharedUpdater(updater.get());
+    return updater;
+}
+
+QStringList processArguments(int argc, char* argv[])
+{
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    return arguments;
+}
+
+} // namespace
+
+int ApplicationMain(int argc, char* argv[])
+{
+    // Kept before Qt takes its own options out of argv.
+    const QStringList arguments = processArguments(argc, argv);
+    QApplication app(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false); // the delegate decides
+    QApplication::setApplicationDisplayName(u"ZELNA Quorin"_s);
+    QGuiApplication::setDesktopFileName(u"com.zelna.Quorin"_s);
+
+    // A second start shows the running launcher's window and ends; a check never forwards.
+    const bool checking = arguments.size() >= 2 && arguments[1] == u"checkVersion"_s;
+    InstanceChannel& instances = Platform::instanceChannel();
+    if (!checking && instances.forwardReopen()) {
+        qCDebug(lcLauncher, "handed over to the running launcher");
+        return 0;
+    }
+
+    Application application(arguments);
+    instances.listen([&application] { application.reopen(); });
+    const std::unique_ptr<SUUpdater> updater = makeSharedUpdater(Bundle::main());
+    const auto delegate = std::make_shared<AppDelegate>();
+    application.setDelegate(delegate.get());
+    application.finishLaunching();
+    const int status = QApplication::exec();
+    application.setDelegate(nullptr);
+    return status;
+}

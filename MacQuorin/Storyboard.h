@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QString>
+
+#include <memory>
+
+class Bundle;
+class WindowController;
+
+// The bundle's user-interface description NAME.ui; its top-level widget is the
+// scene a window controller is made from.
+class Storyboard {
+public:
+    static Storyboard storyboardWithName(const QString& name, const Bundle& bundle);
+
+    // The scene with this identifier. A missing scene is a programming error and ends the process.
+    std::unique_ptr<WindowController> instantiateControllerWithIdentifier(const QString& identifier) const;
+
+private:
+    explicit Storyboard(QString path) : m_path(std::move(path)) { }
+    QString m_path;
+};

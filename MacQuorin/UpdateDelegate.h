@@ -1,0 +1,21 @@
+#pragma once
+
+#include "updater/SUUpdaterDelegate.h"
+
+#include <QString>
+
+class Bundle;
+
+// Answers the updater: ends a checking-only process when nothing was found,
+// and re-registers the service's login item after an update relaunch.
+class UpdateDelegate : public SUUpdaterDelegate {
+public:
+    const QString helperBundleName = QStringLiteral("com.zelna.Quorin.Service");
+
+    void updaterDidNotFindUpdate(SUUpdater* updater) override;
+    void updaterDidRelaunchApplication(SUUpdater* updater) override;
+
+    // Points the shared updater at the bundle's feed and starts a background check.
+    // Nothing happens without a text "SUFeedURL"; one that is not a URL ends the process.
+    static void configureSharedUpdater(UpdateDelegate& delegate, const Bundle& bundle);
+};

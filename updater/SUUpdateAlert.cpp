@@ -1,0 +1,97 @@
+#include "SUUpdateAlert.h"
+
+#include "platform/SystemLog.h"
+
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QDialogButtonBox>
+#include <QLabel>
+#include <QLoggingCategory>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+using namespace Qt::Literals::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcUpdater, "zelna.updater", QtWarningMsg)
+
+QVariant SUReleaseNotesView::loadResource(int, const QUrl&)
+{
+    return {};
+}
+
+SUUpdateAlert::SUUpdateAlert(const QString& applicationName, const SUAppcastItem& item,
+                             const QString& installedVersion, std::function<void(SUUserDriver::Choice)> reply)
+    : m_item(item)
+    , m_reply(std::move(reply))
+{
+    setAttribute(Qt::WA_DeleteOnClose);
+    setWindowTitle(tr("Software Update"));
+    setObjectName(u"SUUpdateAlert"_s);
+
+    auto* heading = new QLabel(tr("A new version of %1 is available!").arg(applicationName));
+    QFont bold = heading->font();
+    bold.setBold(true);
+    bold.setPointSizeF(bold.pointSizeF() * 1.2);
+    heading->setFont(bold);
+    auto* info = new QLabel(tr("%1 %2 is now available\u2014you have %3. Would you like to download it now?")
+                                .arg(applicationName, item.displayVersionString, installedVersion));
+    info->setWordWrap(true);
+    info->setTextFormat(Qt::PlainText);
+
+    auto* notesTitle = new QLabel(tr("Release Notes:"));
+    auto* notes = new SUReleaseNotesView;
+    notes->setOpenLinks(false);
+    notes->setOpenExternalLinks(false);
+    notes->setHtml(item.itemDescription);
+    notes->setAccessibleName(tr("Release notes"));
+    notesTitle->setBuddy(notes);
+
+    auto* buttons = new QDialogButtonBox;
+    QPushButton* skip = buttons->addButton(tr("Skip This Version"), QDialogButtonBox::DestructiveRole);
+    QPushButton* later = buttons->addButton(tr("Remind Me Later"), QDialogButtonBox::RejectRole);
+    QPushButton* download = buttons->addButton(tr("Download"), QDialogButtonBox::AcceptRole);
+    download->setDefault(true);
+    download->setAutoDefault(true);
+    connect(skip, &QPushButton::clicked, this, [this] { choose(SUUserDriver::Choice::SkipThisVersion); });
+    connect(later, &QPushButton::clicked, this, [this] { choose(SUUserDriver::Choice::RemindLater); });
+    connect(download, &QPushButton::clicked, this, [this] {
+        openDownloadPage(m_item.downloadPage());
+        choose(SUUserDriver::Choice::Download);
+    });
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(heading);
+    layout->addWidget(info);
+    layout->addSpacing(8);
+    layout->addWidget(notesTitle);
+    layout->addWidget(notes, 1);
+    layout->addWidget(buttons);
+    resize(560, 400);
+    download->setFocus();
+}
+
+bool SUUpdateAlert::openDownloadPage(const QUrl& page)
+{
+    const QString scheme = page.scheme().toLower();
+    if (!page.isValid() || (scheme != u"https"_s && scheme != u"http"_s)) {
+        SystemLog::logText(u"Updater: not opening the download address \""_s + page.toString()
+                           + u"\": only http and https addresses are opened"_s);
+        return false;
+    }
+    return QDesktopServices::openUrl(page);
+}
+
+void SUUpdateAlert::choose(SUUserDriver::Choice choice)
+{
+    if (auto reply = std::exchange(m_reply, nullptr))
+        reply(choice);
+    close();
+}
+
+void SUUpdateAlert::closeEvent(QCloseEvent* event)
+{
+    // Closing the window is a "later".
+    if (auto reply = std::exchange(m_reply, nullptr))
+        reply(SUUserDriver::Choice::RemindLater);
+    QWidget::closeEvent(event);
+}

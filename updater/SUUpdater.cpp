@@ -1,0 +1,249 @@
+#include "SUUpdater.h"
+
+#include "platform/DefaultsStore.h"
+#include "platform/DefaultsSuite.h"
+#include "platform/Platform.h"
+#include "platform/SystemLog.h"
+#include "updater/SUAppcast.h"
+#include "updater/SUStandardVersionComparator.h"
+#include "updater/SUUpdaterDelegate.h"
+#include "updater/SUUserDriver.h"
+
+#include <QDateTime>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
+#include <atomic>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+std::atomic<SUUpdater*> g_shared{nullptr};
+
+// Feeds for other systems are left alone; one feed can serve every build.
+const QString thisSystem = u"linux"_s;
+
+} // namespace
+
+SUUpdater::SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver, QNetworkAccessManager* network)
+    : m_host(std::move(host))
+    , m_driver(std::move(driver))
+    , m_network(network ? network : new QNetworkAccessManager(this))
+{
+    m_scheduler.setSingleShot(true);
+    connect(&m_scheduler, &QTimer::timeout, this, &SUUpdater::startCheck);
+    noteLaunch();
+}
+
+SUUpdater::~SUUpdater()
+{
+    SUUpdater* self = this;
+    g_shared.compare_exchange_strong(self, nullptr);
+}
+
+SUUpdater* SUUpdater::sharedUpdater()
+{
+    return g_shared.load();
+}
+void SUUpdater::setSharedUpdater(SUUpdater* updater)
+{
+    g_shared.store(updater);
+}
+
+std::chrono::seconds SUUpdater::checkInterval(std::optional<qint64> requestedSeconds)
+{
+    if (!requestedSeconds || *requestedSeconds <= 0)
+        return defaultCheckInterval;
+    return std::max(minimumCheckInterval, std::chrono::seconds(*requestedSeconds));
+}
+
+bool SUUpdater::isRelaunch(const std::optional<QString>& previousVersion, const QString& currentVersion)
+{
+    return previousVersion && !previousVersion->isEmpty() && *previousVersion != currentVersion;
+}
+
+void SUUpdater::log(const QString& message) const
+{
+    SystemLog::logText(u"Updater: "_s + message);
+}
+
+void SUUpdater::noteLaunch()
+{
+    auto defaults = Platform::defaults().open(m_host.defaultsSuite);
+    if (!defaults)
+        return;
+    const QVariant previous = defaults->value(lastLaunchedVersionKey);
+    m_relaunched = isRelaunch(previous.typeId() == QMetaType::QString ? std::optional(previous.toString())
+                                                                      : std::nullopt,
+                              m_host.bundleVersion);
+    if (previous != QVariant(m_host.bundleVersion))
+        defaults->setValue(lastLaunchedVersionKey, m_host.bundleVersion);
+}
+
+void SUUpdater::setDelegate(SUUpdaterDelegate* delegate)
+{
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_delegate = delegate;
+    }
+    if (!delegate)
+        return;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (!m_relaunched || m_relaunchSent)
+                return;
+            SUUpdaterDelegate* current = nullptr;
+            {
+                const QMutexLocker locker(&m_mutex);
+                current = m_delegate;
+            }
+            if (current) {
+                m_relaunchSent = true;
+                current->updaterDidRelaunchApplication(this);
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+void SUUpdater::setFeedURL(const QUrl& url)
+{
+    const QMutexLocker locker(&m_mutex);
+    m_feedURL = url;
+}
+
+QUrl SUUpdater::feedURL() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_feedURL;
+}
+
+void SUUpdater::setAutomaticallyChecksForUpdates(bool automatic)
+{
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_automatic = automatic;
+    }
+    QMetaObject::invokeMethod(this, &SUUpdater::scheduleNextCheck, Qt::QueuedConnection);
+}
+
+bool SUUpdater::automaticallyChecksForUpdates() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_automatic;
+}
+
+void SUUpdater::checkForUpdatesInBackground()
+{
+    QMetaObject::invokeMethod(this, &SUUpdater::startCheck, Qt::QueuedConnection);
+}
+
+void SUUpdater::scheduleNextCheck()
+{
+    if (!automaticallyChecksForUpdates()) {
+        m_scheduler.stop();
+        return;
+    }
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    QDateTime last;
+    if (auto defaults = Platform::defaults().open(m_host.defaultsSuite))
+        last = defaults->value(lastCheckTimeKey).toDateTime();
+    // A last check in the future (a clock set back) counts as now.
+    if (!last.isValid() || last > now)
+        last = now;
+    const qint64 dueMs = now.msecsTo(last.addSecs(m_host.checkInterval.count()));
+    m_scheduler.start(
+        std::chrono::milliseconds(std::clamp<qint64>(dueMs, 0, std::numeric_limits<int>::max())));
+}
+
+void SUUpdater::startCheck()
+{
+    if (m_reply)
+        return; // one check at a time
+    const QUrl url = feedURL();
+    const QString scheme = url.scheme().toLower();
+    if (url.isEmpty() || (scheme != u"https"_s && scheme != u"http"_s && scheme != u"file"_s)) {
+        log(u"no update check: the feed address \""_s + url.toString()
+            + u"\" is not an https, http or file URL"_s);
+        Q_EMIT checkFinished();
+        return;
+    }
+    if (auto defaults = Platform::defaults().open(m_host.defaultsSuite))
+        defaults->setValue(lastCheckTimeKey, QDateTime::currentDateTimeUtc());
+
+    QNetworkRequest request(url);
+    request.setTransferTimeout(int(m_host.timeout.count()));
+    request.setMaximumRedirectsAllowed(5);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
+    request.setHeader(QNetworkRequest::UserAgentHeader, QString(u"ZELNA Quorin/"_s + m_host.displayVersion));
+    m_reply = m_network->get(request);
+    QNetworkReply* reply = m_reply;
+    connect(reply, &QNetworkReply::downloadProgress, this, [this, reply](qint64 received, qint64 total) {
+        if (received > m_host.maxFeedBytes || total > m_host.maxFeedBytes) {
+            reply->setProperty("tooLarge", true);
+            reply->abort();
+        }
+    });
+    connect(reply, &QNetworkReply::finished, this, &SUUpdater::finishCheck);
+}
+
+void SUUpdater::finishCheck()
+{
+    QNetworkReply* reply = m_reply;
+    m_reply = nullptr;
+    if (!reply)
+        return;
+    reply->deleteLater();
+    const QString url = reply->request().url().toString();
+    if (reply->property("tooLarge").toBool()) {
+        log(u"update check of "_s + url + u" stopped: the feed is larger than "_s
+            + QString::number(m_host.maxFeedBytes) + u" bytes"_s);
+    } else if (reply->error() != QNetworkReply::NoError) {
+        log(u"update check of "_s + url + u" failed: "_s + reply->errorString());
+    } else {
+        handleFeed(reply->readAll());
+    }
+    scheduleNextCheck();
+    Q_EMIT checkFinished();
+}
+
+void SUUpdater::handleFeed(const QByteArray& bytes)
+{
+    QString error;
+    const auto appcast = SUAppcast::parse(bytes, &error);
+    if (!appcast) {
+        log(u"the update feed "_s + feedURL().toString() + u" cannot be read: "_s + error);
+        return;
+    }
+    const std::optional<SUAppcastItem> best = appcast->bestItem(thisSystem);
+    if (!best
+        || SUStandardVersionComparator::compareVersions(best->versionString, m_host.bundleVersion) <= 0) {
+        notifyDidNotFindUpdate();
+        return;
+    }
+    auto defaults = Platform::defaults().open(m_host.defaultsSuite);
+    if (defaults && defaults->value(skippedVersionKey) == QVariant(best->versionString)) {
+        notifyDidNotFindUpdate();
+        return;
+    }
+    const QString version = best->versionString;
+    const QString suite = m_host.defaultsSuite;
+    m_driver->showUpdateFound(*best, m_host.displayVersion, [suite, version](SUUserDriver::Choice choice) {
+        if (choice != SUUserDriver::Choice::SkipThisVersion)
+            return;
+        if (auto skipped = Platform::defaults().open(suite))
+            skipped->setValue(skippedVersionKey, version);
+    });
+}
+
+void SUUpdater::notifyDidNotFindUpdate()
+{
+    SUUpdaterDelegate* delegate = nullptr;
+    {
+        const QMutexLocker locker(&m_mutex);
+        delegate = m_delegate;
+    }
+    if (delegate)
+        delegate->updaterDidNotFindUpdate(this);
+}

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "updater/SUAppcastItem.h"
+
+#include <QMutex>
+#include <QObject>
+#include <QPointer>
+#include <QTimer>
+#include <QUrl>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+class QNetworkAccessManager;
+class QNetworkReply;
+class SUUpdaterDelegate;
+class SUUserDriver;
+
+// Checks an appcast feed for a newer version of the running bundle. It never
+// installs anything: Download opens the release's web page. Configuration
+// calls are accepted from any thread; checks run on the thread that owns it.
+class SUUpdater : public QObject {
+    Q_OBJECT
+public:
+    struct Host {
+        QString bundleVersion;  // compared with the feed's versions
+        QString displayVersion; // shown beside the new version
+        QString defaultsSuite;  // the application's own defaults
+        std::chrono::seconds checkInterval{defaultCheckInterval};
+        std::chrono::milliseconds timeout{std::chrono::seconds(30)};
+        qint64 maxFeedBytes = 8 * 1024 * 1024;
+    };
+
+    static constexpr std::chrono::seconds defaultCheckInterval{24 * 60 * 60};
+    static constexpr std::chrono::seconds minimumCheckInterval{60 * 60};
+
+    SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver, QNetworkAccessManager* network = nullptr);
+    ~SUUpdater() override;
+
+    // The process-wide updater, when the application made one.
+    static SUUpdater* sharedUpdater();
+    static void setSharedUpdater(SUUpdater* updater);
+
+    void setDelegate(SUUpdaterDelegate* delegate);
+    void setFeedURL(const QUrl& url);
+    QUrl feedURL() const;
+    void setAutomaticallyChecksForUpdates(bool automatic);
+    bool automaticallyChecksForUpdates() const;
+    void checkForUpdatesInBackground();
+
+    // The interval an application asks for, within the allowed range.
+    static std::chrono::seconds checkInterval(std::optional<qint64> requestedSeconds);
+    // Whether this start is the first after the bundle's version changed.
+    static bool isRelaunch(const std::optional<QString>& previousVersion, const QString& currentVersion);
+
+    static inline const QString lastCheckTimeKey = QStringLiteral("SULastCheckTime");
+    static inline const QString skippedVersionKey = QStringLiteral("SUSkippedVersion");
+    static inline const QString lastLaunchedVersionKey = QStringLiteral("SULastLaunchedBundleVersion");
+
+Q_SIGNALS:
+    // A check ended: found, not found, or failed (for observers such as tests).
+    void checkFinished();
+
+private:
+    void startCheck();
+    void finishCheck();
+    void handleFeed(const QByteArray& bytes);
+    void scheduleNextCheck();
+    void notifyDidNotFindUpdate();
+    void noteLaunch();
+    void log(const QString& message) const;
+
+    Host m_host;
+    std::unique_ptr<SUUserDriver> m_driver;
+    QNetworkAccessManager* m_network;
+    QTimer m_scheduler;
+    QPointer<QNetworkReply> m_reply;
+    bool m_relaunched = false;
+    bool m_relaunchSent = false;
+
+    mutable QMutex m_mutex; // guards the configuration below, set from any thread
+    SUUpdaterDelegate* m_delegate = nullptr;
+    QUrl m_feedURL;
+    bool m_automatic = false;
+};
