@@ -1,0 +1,282 @@
+#include "platform/DefaultsStore.h"
+#include "platform/DefaultsSuite.h"
+#include "platform/Platform.h"
+#include "tests/support/RecordingLogSink.h"
+#include "tests/support/TempHome.h"
+#include "updater/SUUpdater.h"
+#include "updater/SUUpdaterDelegate.h"
+#include "updater/SUUserDriver.h"
+
+#include <QDateTime>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTest>
+#include <QThread>
+
+#include <thread>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString suite = u"com.zelna.Quorin"_s;
+
+QByteArray feedWith(const QByteArray& version)
+{
+    return "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel><item>"
+           "<title>Q</title><sparkle:version>"
+           + version + "</sparkle:version><link>https://example.com/q</link></item></channel></rss>";
+}
+
+struct Recorder : SUUpdaterDelegate {
+    QList<QString> calls;
+    QList<QThread*> threads;
+    void updaterDidNotFindUpdate(SUUpdater*) override { record(u"notFound"_s); }
+    void updaterDidRelaunchApplication(SUUpdater*) override { record(u"relaunched"_s); }
+    void record(const QString& call)
+    {
+        calls << call;
+        threads << QThread::currentThread();
+    }
+};
+
+struct Driver : SUUserDriver {
+    QList<SUAppcastItem>* shown;
+    Choice choice;
+    Driver(QList<SUAppcastItem>* list, Choice c) : shown(list), choice(c) { }
+    void showUpdateFound(const SUAppcastItem& item, const QString&,
+                         std::function<void(Choice)> reply) override
+    {
+        shown->append(item);
+        reply(choice);
+    }
+};
+
+} // namespace
+
+class TestUpdater : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void intervalsAndRelaunchRules();
+    void noNewerVersionIsReported();
+    void newerVersionIsOfferedUntilSkipped();
+    void badFeedsAreLoggedNotReported_data();
+    void badFeedsAreLoggedNotReported();
+    void silentServerTimesOut();
+    void configurationFromAnotherThread();
+    void relaunchIsToldOnceOnTheMainThread();
+    void scheduledCheckRunsWhenDue();
+
+private:
+    std::unique_ptr<SUUpdater> make(SUUserDriver::Choice choice = SUUserDriver::Choice::RemindLater,
+                                    std::chrono::milliseconds timeout = 5s, qint64 maxBytes = 1 << 20);
+    QUrl writeFeed(const QByteArray& bytes);
+
+    std::unique_ptr<TempHome> m_home;
+    std::shared_ptr<RecordingLogSink> m_sink;
+    QList<SUAppcastItem> m_shown;
+};
+
+void TestUpdater::initTestCase()
+{
+    m_sink = RecordingLogSink::install();
+}
+
+void TestUpdater::init()
+{
+    m_home = std::make_unique<TempHome>();
+    m_home->applyToProcess();
+    m_sink->clear();
+    m_shown.clear();
+}
+
+std::unique_ptr<SUUpdater> TestUpdater::make(SUUserDriver::Choice choice, std::chrono::milliseconds timeout,
+                                             qint64 maxBytes)
+{
+    SUUpdater::Host host;
+    host.bundleVersion = u"1.0"_s;
+    host.displayVersion = u"1.0"_s;
+    host.defaultsSuite = suite;
+    host.timeout = timeout;
+    host.maxFeedBytes = maxBytes;
+    return std::make_unique<SUUpdater>(host, std::make_unique<Driver>(&m_shown, choice));
+}
+
+QUrl TestUpdater::writeFeed(const QByteArray& bytes)
+{
+    const QString path = m_home->path() + u"/appcast.xml"_s;
+    TempHome::writeFile(path, bytes);
+    return QUrl::fromLocalFile(path);
+}
+
+void TestUpdater::intervalsAndRelaunchRules()
+{
+    QCOMPARE(SUUpdater::checkInterval(std::nullopt), 86400s);
+    QCOMPARE(SUUpdater::checkInterval(0), 86400s);
+    QCOMPARE(SUUpdater::checkInterval(-5), 86400s);
+    QCOMPARE(SUUpdater::checkInterval(60), 3600s);
+    QCOMPARE(SUUpdater::checkInterval(7200), 7200s);
+    QVERIFY(!SUUpdater::isRelaunch(std::nullopt, u"1.0"_s)); // a fresh account
+    QVERIFY(!SUUpdater::isRelaunch(u"1.0"_s, u"1.0"_s));
+    QVERIFY(SUUpdater::isRelaunch(u"0.9"_s, u"1.0"_s));
+    QVERIFY(SUUpdater::isRelaunch(u"1.1"_s, u"1.0"_s)); // a downgrade is a change too
+}
+
+void TestUpdater::noNewerVersionIsReported()
+{
+    auto updater = make();
+    Recorder delegate;
+    updater->setDelegate(&delegate);
+    updater->setFeedURL(writeFeed(feedWith("1.0.0")));
+    QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
+    updater->checkForUpdatesInBackground();
+    QVERIFY(finished.wait(5000));
+    QCOMPARE(delegate.calls, QStringList{u"notFound"_s});
+    QCOMPARE(delegate.threads.first(), QThread::currentThread());
+    QVERIFY(m_shown.isEmpty());
+    QVERIFY(Platform::defaults().open(suite)->value(SUUpdater::lastCheckTimeKey).toDateTime().isValid());
+}
+
+void TestUpdater::newerVersionIsOfferedUntilSkipped()
+{
+    auto updater = make(SUUserDriver::Choice::SkipThisVersion);
+    Recorder delegate;
+    updater->setDelegate(&delegate);
+    updater->setFeedURL(writeFeed(feedWith("1.1")));
+    QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
+    updater->checkForUpdatesInBackground();
+    QVERIFY(finished.wait(5000));
+    QCOMPARE(m_shown.size(), 1);
+    QCOMPARE(m_shown.first().downloadPage(), QUrl(u"https://example.com/q"_s));
+    QCOMPARE(delegate.calls, QStringList());
+
+    // The skipped version counts as no update from now on; a newer one is offered again.
+    updater->checkForUpdatesInBackground();
+    QVERIFY(finished.wait(5000));
+    QCOMPARE(m_shown.size(), 1);
+    QCOMPARE(delegate.calls, QStringList{u"notFound"_s});
+    updater->setFeedURL(writeFeed(feedWith("1.2")));
+    updater->checkForUpdatesInBackground();
+    QVERIFY(finished.wait(5000));
+    QCOMPARE(m_shown.size(), 2);
+}
+
+void TestUpdater::badFeedsAreLoggedNotReported_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("logged");
+    QTest::newRow("malformed") << u"malformed"_s << u"cannot be read"_s;
+    QTest::newRow("not a feed") << u"html"_s << u"not an RSS feed"_s;
+    QTest::newRow("several megabytes") << u"large"_s << u"larger than"_s;
+    QTest::newRow("missing file") << u"missing"_s << u"failed"_s;
+    QTest::newRow("refused connection") << u"refused"_s << u"failed"_s;
+    QTest::newRow("other scheme") << u"ftp"_s << u"not an https, http or file URL"_s;
+}
+
+void TestUpdater::badFeedsAreLoggedNotReported()
+{
+    QFETCH(QString, kind);
+    QFETCH(QString, logged);
+    auto updater = make();
+    Recorder delegate;
+    updater->setDelegate(&delegate);
+    QUrl url;
+    if (kind == u"malformed"_s)
+        url = writeFeed("<rss><channel><item>");
+    else if (kind == u"html"_s)
+        url = writeFeed("<html/>");
+    else if (kind == u"large"_s)
+        url = writeFeed(feedWith("9.0").repeated(1).append(QByteArray(3 << 20, ' ')));
+    else if (kind == u"missing"_s)
+        url = QUrl::fromLocalFile(m_home->path() + u"/none.xml"_s);
+    else if (kind == u"refused"_s)
+        url = QUrl(u"http://127.0.0.1:1/appcast.xml"_s);
+    else
+        url = QUrl(u"ftp://127.0.0.1/appcast.xml"_s);
+    updater->setFeedURL(url);
+    QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
+    updater->checkForUpdatesInBackground();
+    QVERIFY(finished.wait(10000));
+    QCOMPARE(delegate.calls, QStringList());
+    QVERIFY(m_shown.isEmpty());
+    const QStringList lines = m_sink->lines();
+    QCOMPARE(lines.size(), 1);
+    QVERIFY2(lines.first().startsWith(u"Updater: "_s) && lines.first().contains(logged),
+             qPrintable(lines.first()));
+}
+
+void TestUpdater::silentServerTimesOut()
+{
+    QTcpServer silent; // accepts, then never answers
+    QVERIFY(silent.listen(QHostAddress::LocalHost));
+    auto updater = make(SUUserDriver::Choice::RemindLater, 300ms);
+    Recorder delegate;
+    updater->setDelegate(&delegate);
+    updater->setFeedURL(QUrl(u"http://127.0.0.1:%1/appcast.xml"_s.arg(silent.serverPort())));
+    QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
+    updater->checkForUpdatesInBackground();
+    QVERIFY(finished.wait(5000));
+    QCOMPARE(delegate.calls, QStringList());
+    QVERIFY2(m_sink->lines().value(0).contains(u"failed"_s), qPrintable(m_sink->lines().value(0)));
+}
+
+void TestUpdater::configurationFromAnotherThread()
+{
+    auto updater = make();
+    Recorder delegate;
+    const QUrl url = writeFeed(feedWith("0.5"));
+    QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
+    std::thread([&] {
+        updater->setDelegate(&delegate);
+        updater->setFeedURL(url);
+        updater->setAutomaticallyChecksForUpdates(true);
+        updater->checkForUpdatesInBackground();
+    }).join();
+    QVERIFY(finished.wait(5000));
+    QCOMPARE(delegate.calls, QStringList{u"notFound"_s});
+    QCOMPARE(delegate.threads.first(), QThread::currentThread()); // checks stay on the owner's thread
+    QVERIFY(updater->automaticallyChecksForUpdates());
+}
+
+void TestUpdater::relaunchIsToldOnceOnTheMainThread()
+{
+    Platform::defaults().open(suite)->setValue(SUUpdater::lastLaunchedVersionKey, u"0.9"_s);
+    auto updater = make();
+    QCOMPARE(Platform::defaults().open(suite)->value(SUUpdater::lastLaunchedVersionKey), QVariant(u"1.0"_s));
+    Recorder delegate;
+    std::thread([&] { updater->setDelegate(&delegate); }).join();
+    updater->setDelegate(&delegate);
+    QTRY_COMPARE(delegate.calls, QStringList{u"relaunched"_s});
+    QCOMPARE(delegate.threads.first(), QThread::currentThread());
+    QTest::qWait(50);
+    QCOMPARE(delegate.calls.size(), 1);
+
+    // The next start with the same version is no relaunch.
+    auto again = make();
+    Recorder second;
+    again->setDelegate(&second);
+    QTest::qWait(50);
+    QCOMPARE(second.calls, QStringList());
+}
+
+void TestUpdater::scheduledCheckRunsWhenDue()
+{
+    Platform::defaults().open(suite)->setValue(SUUpdater::lastCheckTimeKey,
+                                               QDateTime::currentDateTimeUtc().addDays(-2));
+    auto updater = make();
+    Recorder delegate;
+    updater->setDelegate(&delegate);
+    updater->setFeedURL(writeFeed(feedWith("1.0")));
+    QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
+    updater->setAutomaticallyChecksForUpdates(true); // overdue: checks without being asked
+    QVERIFY(finished.wait(5000));
+    QCOMPARE(delegate.calls, QStringList{u"notFound"_s});
+    // The next one is a whole interval away.
+    QVERIFY(!finished.wait(300));
+}
+
+QTEST_GUILESS_MAIN(TestUpdater)
+#include "tst_updater.moc"
