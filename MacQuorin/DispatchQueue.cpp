@@ -1,7 +1,8 @@
 #include "DispatchQueue.h"
 
+#include "platform/WorkRunner.h"
+
 #include <QCoreApplication>
-#include <QObject>
 #include <QThread>
 #include <QTimer>
 
@@ -11,7 +12,7 @@ thread_local DispatchQueue* t_serialQueue = nullptr;
 
 DispatchQueue::DispatchQueue()
     : m_label(QStringLiteral("com.apple.main-thread"))
-    , m_context(new QObject)
+    , m_context(new WorkRunner)
     , m_operationQueue(this)
 {
     if (auto* app = QCoreApplication::instance())
@@ -21,7 +22,7 @@ DispatchQueue::DispatchQueue()
 DispatchQueue::DispatchQueue(const QString& label)
     : m_label(label)
     , m_thread(std::make_unique<QThread>())
-    , m_context(new QObject)
+    , m_context(new WorkRunner)
     , m_operationQueue(this)
 {
     m_thread->setObjectName(label);
@@ -49,7 +50,7 @@ DispatchQueue& DispatchQueue::main()
 
 void DispatchQueue::async(Work work)
 {
-    QMetaObject::invokeMethod(m_context, std::move(work), Qt::QueuedConnection);
+    m_context->post(std::move(work));
 }
 
 void DispatchQueue::asyncAfter(std::chrono::milliseconds delay, Work work)

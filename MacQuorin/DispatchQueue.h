@@ -8,8 +8,8 @@
 #include <functional>
 #include <memory>
 
-class QObject;
 class QThread;
+class WorkRunner;
 
 // Work queues in the platform's sense. The main queue is the GUI thread's
 // event loop; a serial queue is a named thread with an event loop of its own.
@@ -38,6 +38,6 @@ private:
 
     QString m_label;
     std::unique_ptr<QThread> m_thread;
-    QObject* m_context = nullptr; // lives on the queue's thread; its events are the queue
+    WorkRunner* m_context = nullptr; // lives on the queue's thread; its events are the queue
     OperationQueue m_operationQueue;
 };

@@ -30,6 +30,7 @@ SUUpdater::SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver, QNetworkAc
     : m_host(std::move(host))
     , m_driver(std::move(driver))
     , m_network(network ? network : new QNetworkAccessManager(this))
+    , m_runner(this)
 {
     m_scheduler.setSingleShot(true);
     connect(&m_scheduler, &QTimer::timeout, this, &SUUpdater::startCheck);
@@ -89,22 +90,19 @@ void SUUpdater::setDelegate(SUUpdaterDelegate* delegate)
     }
     if (!delegate)
         return;
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            if (!m_relaunched || m_relaunchSent)
-                return;
-            SUUpdaterDelegate* current = nullptr;
-            {
-                const QMutexLocker locker(&m_mutex);
-                current = m_delegate;
-            }
-            if (current) {
-                m_relaunchSent = true;
-                current->updaterDidRelaunchApplication(this);
-            }
-        },
-        Qt::QueuedConnection);
+    m_runner.post([this] {
+        if (!m_relaunched || m_relaunchSent)
+            return;
+        SUUpdaterDelegate* current = nullptr;
+        {
+            const QMutexLocker locker(&m_mutex);
+            current = m_delegate;
+        }
+        if (current) {
+            m_relaunchSent = true;
+            current->updaterDidRelaunchApplication(this);
+        }
+    });
 }
 
 void SUUpdater::setFeedURL(const QUrl& url)
@@ -125,7 +123,7 @@ void SUUpdater::setAutomaticallyChecksForUpdates(bool automatic)
         const QMutexLocker locker(&m_mutex);
         m_automatic = automatic;
     }
-    QMetaObject::invokeMethod(this, &SUUpdater::scheduleNextCheck, Qt::QueuedConnection);
+    m_runner.post([this] { scheduleNextCheck(); });
 }
 
 bool SUUpdater::automaticallyChecksForUpdates() const
@@ -136,7 +134,7 @@ bool SUUpdater::automaticallyChecksForUpdates() const
 
 void SUUpdater::checkForUpdatesInBackground()
 {
-    QMetaObject::invokeMethod(this, &SUUpdater::startCheck, Qt::QueuedConnection);
+    m_runner.post([this] { startCheck(); });
 }
 
 void SUUpdater::scheduleNextCheck()

@@ -8,6 +8,8 @@
 #include <QTimer>
 #include <QUrl>
 
+#include "platform/WorkRunner.h"
+
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -74,6 +76,7 @@ private:
     Host m_host;
     std::unique_ptr<SUUserDriver> m_driver;
     QNetworkAccessManager* m_network;
+    WorkRunner m_runner; // brings calls from other threads to this one
     QTimer m_scheduler;
     QPointer<QNetworkReply> m_reply;
     bool m_relaunched = false;

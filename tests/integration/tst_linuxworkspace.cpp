@@ -6,8 +6,9 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QSemaphore>
 #include <QTest>
+
+#include <semaphore>
 #include <QThread>
 
 #include <csignal>
@@ -168,7 +169,7 @@ void TestLinuxWorkspace::openStartsDetachedAndReportsOffTheMainThread()
     LinuxWorkspace workspace;
     const auto location = workspace.urlForApplication(service);
     QVERIFY(location);
-    QSemaphore done;
+    std::binary_semaphore done{0};
     std::optional<qint64> pid;
     std::optional<ZLError> error;
     QThread* reportedOn = nullptr;
@@ -178,7 +179,7 @@ void TestLinuxWorkspace::openStartsDetachedAndReportsOffTheMainThread()
         reportedOn = QThread::currentThread();
         done.release();
     });
-    QVERIFY(done.tryAcquire(1, 10000));
+    QVERIFY(done.try_acquire_for(std::chrono::milliseconds(10000)));
     QVERIFY(reportedOn != QThread::currentThread());
     QVERIFY2(!error, error ? qPrintable(error->description()) : "");
     QVERIFY(pid && *pid > 0);
@@ -189,7 +190,7 @@ void TestLinuxWorkspace::openStartsDetachedAndReportsOffTheMainThread()
 void TestLinuxWorkspace::openReportsAnErrorForAMissingProgram()
 {
     LinuxWorkspace workspace;
-    QSemaphore done;
+    std::binary_semaphore done{0};
     std::optional<ZLError> error;
     std::optional<qint64> pid;
     const QString entry = m_home.applicationsDir() + u"/com.example.Missing.desktop"_s;
@@ -199,7 +200,7 @@ void TestLinuxWorkspace::openReportsAnErrorForAMissingProgram()
                                   error = std::move(e);
                                   done.release();
                               });
-    QVERIFY(done.tryAcquire(1, 10000));
+    QVERIFY(done.try_acquire_for(std::chrono::milliseconds(10000)));
     QVERIFY(!pid);
     QVERIFY(error);
     QVERIFY2(error->description().contains(u"com.example.Missing.desktop"_s),

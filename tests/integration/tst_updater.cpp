@@ -180,6 +180,10 @@ void TestUpdater::badFeedsAreLoggedNotReported()
 {
     QFETCH(QString, kind);
     QFETCH(QString, logged);
+#if defined(__SANITIZE_THREAD__)
+    if (kind == u"refused"_s)
+        QSKIP("Qt's HTTP thread is not built with ThreadSanitizer and reports its own hand-overs");
+#endif
     auto updater = make();
     Recorder delegate;
     updater->setDelegate(&delegate);
@@ -210,6 +214,9 @@ void TestUpdater::badFeedsAreLoggedNotReported()
 
 void TestUpdater::silentServerTimesOut()
 {
+#if defined(__SANITIZE_THREAD__)
+    QSKIP("Qt's HTTP thread is not built with ThreadSanitizer and reports its own hand-overs");
+#endif
     QTcpServer silent; // accepts, then never answers
     QVERIFY(silent.listen(QHostAddress::LocalHost));
     auto updater = make(SUUserDriver::Choice::RemindLater, 300ms);

@@ -1,8 +1,9 @@
 #include "MacQuorin/DispatchQueue.h"
 
 #include <QElapsedTimer>
-#include <QSemaphore>
 #include <QTest>
+
+#include <semaphore>
 #include <QThread>
 
 #include <thread>
@@ -24,7 +25,7 @@ void TestDispatch::currentQueueFollowsTheThread()
     QCOMPARE(OperationQueue::current()->underlyingQueue(), &DispatchQueue::main());
 
     DispatchQueue serial(QStringLiteral("com.zelna.test"));
-    QSemaphore done;
+    std::binary_semaphore done{0};
     DispatchQueue* seen = nullptr;
     DispatchQueue* underlying = nullptr;
     serial.async([&] {
@@ -32,7 +33,7 @@ void TestDispatch::currentQueueFollowsTheThread()
         underlying = OperationQueue::current() ? OperationQueue::current()->underlyingQueue() : nullptr;
         done.release();
     });
-    QVERIFY(done.tryAcquire(1, 5000));
+    QVERIFY(done.try_acquire_for(std::chrono::milliseconds(5000)));
     QCOMPARE(seen, &serial);
     QCOMPARE(underlying, &serial);
 
@@ -47,7 +48,7 @@ void TestDispatch::serialQueueRunsInOrderOnItsThread()
     DispatchQueue serial(QStringLiteral("AggregationQueue"));
     QList<int> order;
     QSet<QThread*> threads;
-    QSemaphore done;
+    std::binary_semaphore done{0};
     for (int i = 0; i < 50; ++i) {
         serial.async([&, i] {
             order.append(i);
@@ -56,7 +57,7 @@ void TestDispatch::serialQueueRunsInOrderOnItsThread()
                 done.release();
         });
     }
-    QVERIFY(done.tryAcquire(1, 5000));
+    QVERIFY(done.try_acquire_for(std::chrono::milliseconds(5000)));
     QCOMPARE(order.size(), 50);
     QVERIFY(std::is_sorted(order.cbegin(), order.cend()));
     QCOMPARE(threads.size(), 1);
