@@ -1,13 +1,12 @@
 #include "DesktopApplications.h"
 
+#include "platform/linux/DesktopEntryDirectories.h"
 #include "platform/linux/GLibPtr.h"
 
 #include <gio/gdesktopappinfo.h>
 
 #include <QFile>
 #include <QFileInfo>
-
-#include <algorithm>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,10 +15,20 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-GObjectPtr<GDesktopAppInfo> entryFor(const QString& bundleIdentifier)
+constexpr const char* group = "Desktop Entry";
+
+QString stringValue(GKeyFile* keyFile, const char* key)
 {
-    const QByteArray id = (bundleIdentifier + u".desktop"_s).toUtf8();
-    return GObjectPtr<GDesktopAppInfo>(g_desktop_app_info_new(id.constData()));
+    const GCharPtr value(g_key_file_get_string(keyFile, group, key, nullptr));
+    return value ? QString::fromUtf8(value.get()) : QString();
+}
+
+std::optional<QString> findProgram(const QString& program)
+{
+    if (program.isEmpty())
+        return std::nullopt;
+    const GCharPtr found(g_find_program_in_path(QFile::encodeName(program).constData()));
+    return found ? std::optional(QString::fromLocal8Bit(found.get())) : std::nullopt;
 }
 
 ZLError errorFrom(GError* error)
@@ -39,66 +48,7 @@ void rememberPid(GDesktopAppInfo*, GPid pid, gpointer data)
     *static_cast<qint64*>(data) = pid;
 }
 
-} // namespace
-
-std::optional<QString> DesktopApplications::absoluteProgram(GDesktopAppInfo* info)
-{
-    // GIO's own executable keeps the Exec quoting; the first argument is the program.
-    const char* commandLine = g_app_info_get_commandline(G_APP_INFO(info));
-    gchar** argv = nullptr;
-    if (!commandLine || !g_shell_parse_argv(commandLine, nullptr, &argv, nullptr))
-        return std::nullopt;
-    const std::unique_ptr<gchar*, decltype(&g_strfreev)> args(argv, &g_strfreev);
-    if (!argv[0] || !*argv[0])
-        return std::nullopt;
-    const GCharPtr found(g_find_program_in_path(argv[0]));
-    if (!found)
-        return std::nullopt;
-    return QString::fromLocal8Bit(found.get());
-}
-
-std::optional<QString> DesktopApplications::resolvedExecutable(GDesktopAppInfo* info)
-{
-    const auto program = absoluteProgram(info);
-    if (!program)
-        return std::nullopt;
-    const QString canonical = QFileInfo(*program).canonicalFilePath();
-    if (canonical.isEmpty() || !QFileInfo(canonical).isFile())
-        return std::nullopt;
-    return canonical;
-}
-
-std::optional<QString> DesktopApplications::installedEntryPath(const QString& bundleIdentifier)
-{
-    const auto info = entryFor(bundleIdentifier);
-    if (!info || !resolvedExecutable(info.get()))
-        return std::nullopt;
-    return QString::fromLocal8Bit(g_desktop_app_info_get_filename(info.get()));
-}
-
-QHash<QString, QString> DesktopApplications::identifiersByExecutable()
-{
-    GList* all = g_app_info_get_all();
-    QList<std::pair<QString, QString>> entries; // identifier, executable
-    for (GList* item = all; item; item = item->next) {
-        auto* info = static_cast<GAppInfo*>(item->data);
-        if (G_IS_DESKTOP_APP_INFO(info)) {
-            QString id = QString::fromUtf8(g_app_info_get_id(info));
-            if (id.endsWith(u".desktop"_s))
-                id.chop(8);
-            if (auto exe = resolvedExecutable(G_DESKTOP_APP_INFO(info)))
-                entries.append({id, *exe});
-        }
-    }
-    g_list_free_full(all, g_object_unref);
-    std::sort(entries.begin(), entries.end());
-    QHash<QString, QString> index;
-    for (const auto& [id, exe] : std::as_const(entries))
-        index.insert(exe, index.value(exe, id)); // the first identifier stays
-    return index;
-}
-
-std::variant<qint64, ZLError> DesktopApplications::launch(GDesktopAppInfo* info)
+std::variant<qint64, ZLError> launch(GDesktopAppInfo* info)
 {
     const int devNull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     if (devNull < 0)
@@ -117,10 +67,73 @@ std::variant<qint64, ZLError> DesktopApplications::launch(GDesktopAppInfo* info)
     return pid;
 }
 
+} // namespace
+
+std::optional<DesktopApplications::Entry> DesktopApplications::readEntry(const QString& path)
+{
+    const GKeyFilePtr keyFile(g_key_file_new());
+    if (!g_key_file_load_from_file(keyFile.get(), QFile::encodeName(path).constData(), G_KEY_FILE_NONE,
+                                   nullptr))
+        return std::nullopt;
+    if (stringValue(keyFile.get(), "Type") != u"Application"_s
+        || g_key_file_get_boolean(keyFile.get(), group, "Hidden", nullptr))
+        return std::nullopt;
+    const QString tryExec = stringValue(keyFile.get(), "TryExec");
+    if (!tryExec.isEmpty() && !findProgram(tryExec))
+        return std::nullopt;
+    Entry entry{path, stringValue(keyFile.get(), "Exec")};
+    if (entry.exec.trimmed().isEmpty())
+        return std::nullopt;
+    return entry;
+}
+
+std::optional<QString> DesktopApplications::absoluteProgram(const QString& exec)
+{
+    // Exec quoting follows the shell's; the first argument is the program.
+    gchar** argv = nullptr;
+    if (!g_shell_parse_argv(exec.toUtf8().constData(), nullptr, &argv, nullptr))
+        return std::nullopt;
+    const std::unique_ptr<gchar*, decltype(&g_strfreev)> args(argv, &g_strfreev);
+    return argv[0] ? findProgram(QString::fromUtf8(argv[0])) : std::nullopt;
+}
+
+std::optional<QString> DesktopApplications::resolvedExecutable(const QString& exec)
+{
+    const auto program = absoluteProgram(exec);
+    if (!program)
+        return std::nullopt;
+    const QFileInfo canonical(QFileInfo(*program).canonicalFilePath());
+    if (!canonical.isFile())
+        return std::nullopt;
+    return canonical.filePath();
+}
+
+std::optional<QString> DesktopApplications::installedEntryPath(const QString& bundleIdentifier)
+{
+    // A hidden or broken entry masks the same ID in later folders.
+    const auto path = DesktopEntryDirectories::find(bundleIdentifier + u".desktop"_s);
+    const auto entry = path ? readEntry(*path) : std::nullopt;
+    if (!entry || !resolvedExecutable(entry->exec))
+        return std::nullopt;
+    return entry->path;
+}
+
+QHash<QString, QString> DesktopApplications::identifiersByExecutable()
+{
+    QHash<QString, QString> index;
+    for (const auto& [desktopId, path] : DesktopEntryDirectories::all()) {
+        const auto entry = readEntry(path);
+        const auto exe = entry ? resolvedExecutable(entry->exec) : std::nullopt;
+        if (exe && !index.contains(*exe)) // the first identifier in ID order stays
+            index.insert(*exe, desktopId.chopped(8));
+    }
+    return index;
+}
+
 std::variant<qint64, ZLError> DesktopApplications::launchEntryFile(const QString& entryPath)
 {
-    const QByteArray path = QFile::encodeName(entryPath);
-    const GObjectPtr<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.constData()));
+    const GObjectPtr<GDesktopAppInfo> info(
+        g_desktop_app_info_new_from_filename(QFile::encodeName(entryPath).constData()));
     if (!info)
         return ZLError(u"NSCocoaErrorDomain"_s, 260,
                        u"The application \u201C"_s + entryPath + u"\u201D could not be opened"_s);
@@ -129,8 +142,8 @@ std::variant<qint64, ZLError> DesktopApplications::launchEntryFile(const QString
 
 std::variant<qint64, ZLError> DesktopApplications::launchIdentifier(const QString& bundleIdentifier)
 {
-    const auto info = entryFor(bundleIdentifier);
-    if (!info)
+    const auto path = DesktopEntryDirectories::find(bundleIdentifier + u".desktop"_s);
+    if (!path)
         return ZLError(u"NSCocoaErrorDomain"_s, 260, u"No application is installed as "_s + bundleIdentifier);
-    return launch(info.get());
+    return launchEntryFile(*path);
 }

@@ -8,12 +8,20 @@
 #include <optional>
 #include <variant>
 
-typedef struct _GDesktopAppInfo GDesktopAppInfo;
-
-// Applications as desktop entries on the XDG data directories, found and
-// started through GIO (search order, Exec field codes and quoting are GIO's).
+// Applications as desktop entries on the XDG data directories. Entries are read
+// with GKeyFile; only starting one goes through GIO, which expands the Exec
+// field codes and quoting.
 class DesktopApplications {
 public:
+    struct Entry {
+        QString path;
+        QString exec;
+    };
+
+    // An application entry that can run: Type=Application, not Hidden, with Exec
+    // and any TryExec present.
+    static std::optional<Entry> readEntry(const QString& path);
+
     // The entry's file for identifier X (X.desktop), when its program resolves to an executable.
     static std::optional<QString> installedEntryPath(const QString& bundleIdentifier);
 
@@ -21,15 +29,12 @@ public:
     // When several entries name the same program the first identifier in sort order wins.
     static QHash<QString, QString> identifiersByExecutable();
 
-    // The absolute program an entry's Exec names, found on PATH now.
-    static std::optional<QString> absoluteProgram(GDesktopAppInfo* info);
+    // The absolute program an Exec line names, found on PATH now.
+    static std::optional<QString> absoluteProgram(const QString& exec);
     // The same program with every symbolic link resolved, as /proc shows it.
-    static std::optional<QString> resolvedExecutable(GDesktopAppInfo* info);
+    static std::optional<QString> resolvedExecutable(const QString& exec);
 
     // Starts an entry detached: own session, standard streams on /dev/null.
     static std::variant<qint64, ZLError> launchEntryFile(const QString& entryPath);
     static std::variant<qint64, ZLError> launchIdentifier(const QString& bundleIdentifier);
-
-private:
-    static std::variant<qint64, ZLError> launch(GDesktopAppInfo* info);
 };

@@ -5,8 +5,6 @@
 #include "platform/linux/GLibPtr.h"
 #include "platform/linux/XdgDirs.h"
 
-#include <gio/gdesktopappinfo.h>
-
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -112,14 +110,15 @@ bool XdgLoginItems::enable(const QString& bundleIdentifier, const QString& targe
         SystemLog::logText(u"No installed application "_s + bundleIdentifier + u" to start at login"_s);
         return false;
     }
-    const GObjectPtr<GDesktopAppInfo> info(
-        g_desktop_app_info_new_from_filename(QFile::encodeName(*entryPath).constData()));
-    const auto program = info ? DesktopApplications::absoluteProgram(info.get()) : std::nullopt;
     const GKeyFilePtr keyFile = loadEntry(*entryPath);
-    if (!program || !keyFile)
+    if (!keyFile)
         return false;
     const GCharPtr exec(g_key_file_get_string(keyFile.get(), group, "Exec", nullptr));
-    const QString newExec = execWithProgram(QString::fromUtf8(exec ? exec.get() : ""), *program);
+    const QString oldExec = QString::fromUtf8(exec ? exec.get() : "");
+    const auto program = DesktopApplications::absoluteProgram(oldExec);
+    if (!program)
+        return false;
+    const QString newExec = execWithProgram(oldExec, *program);
     g_key_file_set_string(keyFile.get(), group, "Exec", newExec.toUtf8().constData());
     g_key_file_set_boolean(keyFile.get(), group, "X-GNOME-Autostart-enabled", TRUE);
     g_key_file_remove_key(keyFile.get(), group, "Hidden", nullptr);
