@@ -29,7 +29,7 @@ const QString thisSystem = u"linux"_s;
 SUUpdater::SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver, QNetworkAccessManager* network)
     : m_host(std::move(host))
     , m_driver(std::move(driver))
-    , m_network(network ? network : new QNetworkAccessManager(this))
+    , m_network(network)
     , m_runner(this)
 {
     m_scheduler.setSingleShot(true);
@@ -134,7 +134,8 @@ bool SUUpdater::automaticallyChecksForUpdates() const
 
 void SUUpdater::checkForUpdatesInBackground()
 {
-    m_runner.post([this] { startCheck(); });
+    // In the background: after whatever the application has queued already.
+    m_runner.post([this] { QTimer::singleShot(0, this, &SUUpdater::startCheck); });
 }
 
 void SUUpdater::scheduleNextCheck()
@@ -175,6 +176,8 @@ void SUUpdater::startCheck()
     request.setMaximumRedirectsAllowed(5);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setHeader(QNetworkRequest::UserAgentHeader, QString(u"ZELNA Quorin/"_s + m_host.displayVersion));
+    if (!m_network)
+        m_network = new QNetworkAccessManager(this); // made at the first check, not at start-up
     m_reply = m_network->get(request);
     QNetworkReply* reply = m_reply;
     connect(reply, &QNetworkReply::downloadProgress, this, [this, reply](qint64 received, qint64 total) {

@@ -75,8 +75,8 @@ private:
 
     Host m_host;
     std::unique_ptr<SUUserDriver> m_driver;
-    QNetworkAccessManager* m_network;
-    WorkRunner m_runner; // brings calls from other threads to this one
+    QNetworkAccessManager* m_network; // nullptr until the first check
+    WorkRunner m_runner;              // brings calls from other threads to this one
     QTimer m_scheduler;
     QPointer<QNetworkReply> m_reply;
     bool m_relaunched = false;

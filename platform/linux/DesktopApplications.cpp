@@ -2,8 +2,7 @@
 
 #include "platform/linux/DesktopEntryDirectories.h"
 #include "platform/linux/GLibPtr.h"
-
-#include <gio/gdesktopappinfo.h>
+#include "platform/linux/GioLibrary.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -48,16 +47,16 @@ void rememberPid(GDesktopAppInfo*, GPid pid, gpointer data)
     *static_cast<qint64*>(data) = pid;
 }
 
-std::variant<qint64, ZLError> launch(GDesktopAppInfo* info)
+std::variant<qint64, ZLError> launch(const GioLibrary& gio, GDesktopAppInfo* info)
 {
     const int devNull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     if (devNull < 0)
         return ZLError::fromErrno(errno, u"/dev/null"_s);
     qint64 pid = 0;
     GError* rawError = nullptr;
-    const gboolean started = g_desktop_app_info_launch_uris_as_manager_with_fds(
-        info, nullptr, nullptr, G_SPAWN_SEARCH_PATH, detachChild, nullptr, rememberPid, &pid, devNull,
-        devNull, devNull, &rawError);
+    const gboolean started
+        = gio.launchUrisAsManagerWithFds(info, nullptr, nullptr, G_SPAWN_SEARCH_PATH, detachChild, nullptr,
+                                         rememberPid, &pid, devNull, devNull, devNull, &rawError);
     ::close(devNull);
     if (!started) {
         const GErrorPtr error(rawError);
@@ -132,12 +131,17 @@ QHash<QString, QString> DesktopApplications::identifiersByExecutable()
 
 std::variant<qint64, ZLError> DesktopApplications::launchEntryFile(const QString& entryPath)
 {
-    const GObjectPtr<GDesktopAppInfo> info(
-        g_desktop_app_info_new_from_filename(QFile::encodeName(entryPath).constData()));
+    const GioLibrary* gio = GioLibrary::instance();
+    if (!gio)
+        return ZLError(u"NSCocoaErrorDomain"_s, 3587,
+                       u"The library that starts applications cannot be loaded"_s);
+    GDesktopAppInfo* info = gio->desktopAppInfoNewFromFilename(QFile::encodeName(entryPath).constData());
     if (!info)
         return ZLError(u"NSCocoaErrorDomain"_s, 260,
                        u"The application \u201C"_s + entryPath + u"\u201D could not be opened"_s);
-    return launch(info.get());
+    auto result = launch(*gio, info);
+    gio->objectUnref(info);
+    return result;
 }
 
 std::variant<qint64, ZLError> DesktopApplications::launchIdentifier(const QString& bundleIdentifier)

@@ -1,13 +1,10 @@
 #pragma once
 
-#include <gio/gio.h>
+#include <glib.h>
 
 #include <memory>
 
-// Owning pointers for GLib objects and strings.
-struct GObjectDeleter {
-    void operator()(gpointer object) const { g_object_unref(object); }
-};
+// Owning pointers for GLib strings, key files and errors.
 struct GFreeDeleter {
     void operator()(gpointer memory) const { g_free(memory); }
 };
@@ -18,7 +15,6 @@ struct GErrorDeleter {
     void operator()(GError* error) const { g_error_free(error); }
 };
 
-template <typename T> using GObjectPtr = std::unique_ptr<T, GObjectDeleter>;
 using GCharPtr = std::unique_ptr<gchar, GFreeDeleter>;
 using GKeyFilePtr = std::unique_ptr<GKeyFile, GKeyFileDeleter>;
 using GErrorPtr = std::unique_ptr<GError, GErrorDeleter>;

@@ -37,12 +37,16 @@ bool writeEntry(GKeyFile* keyFile, const QString& target)
     g_key_file_set_string(keyFile, group, "Version", "1.4");
     gsize length = 0;
     const GCharPtr data(g_key_file_to_data(keyFile, &length, nullptr));
+    const QByteArray bytes(data.get(), qsizetype(length));
+    QFile existing(target);
+    if (existing.open(QIODevice::ReadOnly) && existing.size() == bytes.size() && existing.readAll() == bytes)
+        return true; // already so: spare the disk a rewrite at every launch
     if (!QDir().mkpath(QFileInfo(target).absolutePath())) {
         SystemLog::logText(u"Cannot create the autostart directory for "_s + target);
         return false;
     }
     QSaveFile file(target);
-    if (!file.open(QIODevice::WriteOnly) || file.write(data.get(), qint64(length)) < 0 || !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) < 0 || !file.commit()) {
         SystemLog::logText(u"Cannot write autostart entry "_s + target + u": "_s + file.errorString());
         return false;
     }
