@@ -90,6 +90,7 @@ private Q_SLOTS:
     void newerVersionShowsTheUpdateWindowAndStays();
     void secondLaunchReopensTheFirst();
     void unreadableInfoIsLogged();
+    void socketOfAKilledLauncherIsCleared();
 
 private:
     QString launcher() const { return m_home->path() + u"/bundle/bin/zelna-quorin"_s; }
@@ -242,6 +243,19 @@ void TestLauncher::unreadableInfoIsLogged()
     Launch run(launcher(), m_env, {});
     QVERIFY2(run.waitFor(u"window shown: MainWindow"_s), qPrintable(run.output()));
     QVERIFY(run.output().contains(u"is not a property list"_s));
+}
+
+void TestLauncher::socketOfAKilledLauncherIsCleared()
+{
+    writeInfo(infoPlist({}));
+    {
+        Launch killed(launcher(), m_env, {});
+        QVERIFY(killed.waitFor(u"window shown: MainWindow"_s));
+    } // killed at once: its socket file stays behind
+    QVERIFY(QFile::exists(m_home->path() + u"/runtime/zelna-quorin.socket"_s));
+    Launch next(launcher(), m_env, {});
+    QVERIFY2(next.waitFor(u"window shown: MainWindow"_s), qPrintable(next.output()));
+    QVERIFY(!next.output().contains(u"handed over"_s));
 }
 
 QTEST_GUILESS_MAIN(TestLauncher)
