@@ -44,6 +44,10 @@ InstanceChannel& Platform::instanceChannel()
 {
     return *current().instanceChannel;
 }
+FileManager& Platform::fileManager()
+{
+    return *current().fileManager;
+}
 
 void Platform::replace(const PlatformServices& services)
 {
@@ -55,4 +59,5 @@ void Platform::replace(const PlatformServices& services)
     replaceIfSet(slots.osVersion, services.osVersion);
     replaceIfSet(slots.logSink, services.logSink);
     replaceIfSet(slots.instanceChannel, services.instanceChannel);
+    replaceIfSet(slots.fileManager, services.fileManager);
 }

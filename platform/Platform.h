@@ -4,6 +4,7 @@
 
 class CommandRunner;
 class DefaultsStore;
+class FileManager;
 class InstanceChannel;
 class LogSink;
 class LoginItems;
@@ -20,6 +21,7 @@ struct PlatformServices {
     std::shared_ptr<OsVersion> osVersion;
     std::shared_ptr<LogSink> logSink;
     std::shared_ptr<InstanceChannel> instanceChannel;
+    std::shared_ptr<FileManager> fileManager;
 };
 
 class Platform {
@@ -31,6 +33,7 @@ public:
     static OsVersion& osVersion();
     static LogSink& logSink();
     static InstanceChannel& instanceChannel();
+    static FileManager& fileManager();
 
     // The services of the system this build runs on.
     static PlatformServices createDefault();

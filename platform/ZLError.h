@@ -6,16 +6,18 @@
 // way the platform prints its error objects.
 class ZLError {
 public:
-    ZLError(QString domain, qint64 code, QString localizedDescription, QString underlying = {});
+    // userInfo: further detail, printed as it stands ("NSFilePath=/a/b").
+    ZLError(QString domain, qint64 code, QString localizedDescription, QString userInfo = {});
 
-    // A failed system call: domain "NSPOSIXErrorDomain", the errno value as code.
-    static ZLError fromErrno(int errorNumber, const QString& context = {});
+    // A failed system call: domain "NSPOSIXErrorDomain", the errno value as code,
+    // and the file it was about, if any.
+    static ZLError fromErrno(int errorNumber, const QString& path = {});
 
     const QString& domain() const { return m_domain; }
     qint64 code() const { return m_code; }
     const QString& localizedDescription() const { return m_description; }
 
-    // Error Domain=<domain> Code=<code> "<description>" [UserInfo={NSUnderlyingError=...}]
+    // Error Domain=<domain> Code=<code> "<description>" [UserInfo={<userInfo>}]
     QString description() const;
 
     bool operator==(const ZLError&) const = default;
@@ -24,5 +26,5 @@ private:
     QString m_domain;
     qint64 m_code = 0;
     QString m_description;
-    QString m_underlying;
+    QString m_userInfo;
 };

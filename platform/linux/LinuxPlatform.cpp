@@ -6,6 +6,7 @@
 #include "platform/linux/LinuxWorkspace.h"
 #include "platform/linux/LocalSocketInstanceChannel.h"
 #include "platform/linux/PlistDefaultsStore.h"
+#include "platform/linux/PosixFileManager.h"
 #include "platform/linux/XdgLoginItems.h"
 
 PlatformServices Platform::createDefault()
@@ -18,5 +19,6 @@ PlatformServices Platform::createDefault()
     services.osVersion = std::make_shared<CurrentOsVersion>();
     services.logSink = std::make_shared<LinuxLogSink>();
     services.instanceChannel = std::make_shared<LocalSocketInstanceChannel>();
+    services.fileManager = std::make_shared<PosixFileManager>();
     return services;
 }

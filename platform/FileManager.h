@@ -1,0 +1,32 @@
+#pragma once
+
+#include "platform/ZLError.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+#include <variant>
+
+// The file operations the shared file code needs, each failure reported as an
+// error object with the system's reason.
+class FileManager {
+public:
+    virtual ~FileManager() = default;
+
+    // The user's Application Support folder, or why it cannot be located.
+    virtual std::variant<QString, ZLError> applicationSupportDirectory() = 0;
+
+    // Whether anything (file, folder, link target) is at the path.
+    virtual bool fileExists(const QString& path) = 0;
+    // One folder; its parent must exist already.
+    virtual std::optional<ZLError> createDirectory(const QString& path) = 0;
+    virtual std::optional<ZLError> removeItem(const QString& path) = 0;
+    virtual std::variant<QByteArray, ZLError> contents(const QString& path) = 0;
+    // A plain write: created or truncated, then written; not atomic.
+    virtual std::optional<ZLError> write(const QString& path, const QByteArray& bytes) = 0;
+
+    // Reads an extended attribute into a buffer of exactly buffer.size() bytes,
+    // following symbolic links. The byte count, or -1 on any failure.
+    virtual qint64 extendedAttribute(const QString& path, const QString& name, QByteArray& buffer) = 0;
+};

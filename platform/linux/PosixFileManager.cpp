@@ -1,0 +1,126 @@
+#include "PosixFileManager.h"
+
+#include "platform/linux/XdgDirs.h"
+
+#include <QFile>
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+QByteArray encoded(const QString& path)
+{
+    return QFile::encodeName(path);
+}
+
+struct Descriptor {
+    int fd;
+    ~Descriptor()
+    {
+        if (fd >= 0)
+            ::close(fd);
+    }
+};
+
+} // namespace
+
+std::variant<QString, ZLError> PosixFileManager::applicationSupportDirectory()
+{
+    if (auto dataHome = XdgDirs::dataHome())
+        return *dataHome;
+    return ZLError(u"NSCocoaErrorDomain"_s, 4,
+                   u"The Application Support folder cannot be located: neither XDG_DATA_HOME nor HOME "
+                   "is an absolute path"_s);
+}
+
+bool PosixFileManager::fileExists(const QString& path)
+{
+    struct stat info { };
+    return ::stat(encoded(path).constData(), &info) == 0;
+}
+
+std::optional<ZLError> PosixFileManager::createDirectory(const QString& path)
+{
+    if (::mkdir(encoded(path).constData(), 0777) != 0)
+        return ZLError::fromErrno(errno, path);
+    return std::nullopt;
+}
+
+std::optional<ZLError> PosixFileManager::removeItem(const QString& path)
+{
+    const QByteArray name = encoded(path);
+    if (::unlink(name.constData()) == 0)
+        return std::nullopt;
+    if (errno == EISDIR || errno == EPERM) {
+        if (::rmdir(name.constData()) == 0)
+            return std::nullopt;
+    }
+    return ZLError::fromErrno(errno, path);
+}
+
+std::variant<QByteArray, ZLError> PosixFileManager::contents(const QString& path)
+{
+    const Descriptor file{::open(encoded(path).constData(), O_RDONLY | O_CLOEXEC)};
+    if (file.fd < 0)
+        return ZLError::fromErrno(errno, path);
+    QByteArray bytes;
+    char chunk[16384];
+    for (;;) {
+        const ssize_t n = ::read(file.fd, chunk, sizeof chunk);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return ZLError::fromErrno(errno, path);
+        }
+        if (n == 0)
+            return bytes;
+        bytes.append(chunk, n);
+    }
+}
+
+std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteArray& bytes)
+{
+    const Descriptor file{::open(encoded(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)};
+    if (file.fd < 0)
+        return ZLError::fromErrno(errno, path);
+    const char* data = bytes.constData();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::write(file.fd, data, size_t(left));
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return ZLError::fromErrno(errno, path);
+        }
+        data += n;
+        left -= n;
+    }
+    return std::nullopt;
+}
+
+QByteArray PosixFileManager::attributeName(const QString& name)
+{
+    const QByteArray utf8 = name.toUtf8();
+    return utf8.contains('.')
+                   && (utf8.startsWith("user.") || utf8.startsWith("trusted.") || utf8.startsWith("security.")
+                       || utf8.startsWith("system."))
+               ? utf8
+               : "user." + utf8;
+}
+
+qint64 PosixFileManager::extendedAttribute(const QString& path, const QString& name, QByteArray& buffer)
+{
+    const QByteArray file = encoded(path);
+    if (file.isEmpty())
+        return -1;
+    // getxattr follows symbolic links, as the platform call with no options does.
+    return ::getxattr(file.constData(), attributeName(name).constData(), buffer.data(),
+                      size_t(buffer.size()));
+}
