@@ -1,7 +1,9 @@
 #include "Storyboard.h"
 
 #include "MacQuorin/Bundle.h"
+#include "MacQuorin/ViewController.h"
 #include "MacQuorin/WindowController.h"
+#include "MacQuorin/ZLButton.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -9,6 +11,34 @@
 #include <QWidget>
 
 using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// Makes the product's own widget classes named in the storyboard.
+class StoryboardLoader : public QUiLoader {
+public:
+    QWidget* createWidget(const QString& className, QWidget* parent, const QString& name) override
+    {
+        if (className != u"ZLButton"_s)
+            return QUiLoader::createWidget(className, parent, name);
+        auto* button = new ZLButton(parent);
+        button->setObjectName(name);
+        return button;
+    }
+};
+
+// The content controller a scene names in its "viewController" property.
+std::unique_ptr<ViewController> makeViewController(QWidget& view)
+{
+    const QString className = view.property("viewController").toString();
+    if (className.isEmpty())
+        return nullptr;
+    if (className != u"ViewController"_s)
+        qFatal("The storyboard names an unknown view controller class \"%s\"", qUtf8Printable(className));
+    return std::make_unique<ViewController>(&view);
+}
+
+} // namespace
 
 Storyboard Storyboard::storyboardWithName(const QString& name, const Bundle& bundle)
 {
@@ -27,7 +57,7 @@ Storyboard::instantiateControllerWithIdentifier(const QString& identifier) const
     // among them; the scenes use standard widgets only.
     const QStringList libraryPaths = QCoreApplication::libraryPaths();
     QCoreApplication::setLibraryPaths({});
-    QUiLoader loader;
+    StoryboardLoader loader;
     QCoreApplication::setLibraryPaths(libraryPaths);
 
     std::unique_ptr<QWidget> window(loader.load(&file));
@@ -35,5 +65,9 @@ Storyboard::instantiateControllerWithIdentifier(const QString& identifier) const
         qFatal("The storyboard %s has no scene \"%s\"%s%s", qUtf8Printable(m_path),
                qUtf8Printable(identifier), window ? "" : ": ",
                window ? "" : qUtf8Printable(loader.errorString()));
-    return std::make_unique<WindowController>(std::move(window));
+    std::unique_ptr<ViewController> content = makeViewController(*window);
+    auto controller = std::make_unique<WindowController>(std::move(window), std::move(content));
+    if (ViewController* viewController = controller->contentViewController())
+        viewController->viewDidLoad();
+    return controller;
 }

@@ -1,8 +1,12 @@
 #include "WindowController.h"
 
 #include "MacQuorin/LauncherLogging.h"
+#include "MacQuorin/ViewController.h"
 
-WindowController::WindowController(std::unique_ptr<QWidget> window) : m_window(std::move(window)) { }
+WindowController::WindowController(std::unique_ptr<QWidget> window, std::unique_ptr<ViewController> content)
+    : m_window(std::move(window))
+    , m_content(std::move(content))
+{ }
 
 WindowController::~WindowController() = default;
 

@@ -35,6 +35,8 @@ public:
     virtual std::optional<QUrl> urlForApplication(const QString& bundleIdentifier) = 0;
     // Starts the application asynchronously; the handler runs once, on a background thread.
     virtual void openApplication(const QUrl& location, OpenHandler handler) = 0;
+    // Opens an address with the desktop's default handler (the browser for web pages).
+    virtual bool openURL(const QUrl& url) = 0;
     // The older synchronous start by name; answers whether it started.
     virtual bool launchApplication(const QString& name) = 0;
 };

@@ -3,6 +3,7 @@
 #include "platform/linux/DesktopApplications.h"
 #include "platform/linux/ProcFs.h"
 
+#include <QDesktopServices>
 #include <QThreadPool>
 
 LinuxWorkspace::LinuxWorkspace(std::shared_ptr<const ProcFs> procFs, uid_t uid)
@@ -74,4 +75,9 @@ void LinuxWorkspace::openApplication(const QUrl& location, OpenHandler handler)
 bool LinuxWorkspace::launchApplication(const QString& name)
 {
     return std::holds_alternative<qint64>(DesktopApplications::launchIdentifier(name));
+}
+
+bool LinuxWorkspace::openURL(const QUrl& url)
+{
+    return QDesktopServices::openUrl(url);
 }

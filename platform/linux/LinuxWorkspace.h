@@ -22,6 +22,7 @@ public:
     std::optional<QUrl> urlForApplication(const QString& bundleIdentifier) override;
     void openApplication(const QUrl& location, OpenHandler handler) override;
     bool launchApplication(const QString& name) override;
+    bool openURL(const QUrl& url) override;
 
 private:
     std::shared_ptr<const ProcFs> m_procFs;

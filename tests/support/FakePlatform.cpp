@@ -125,6 +125,12 @@ bool FakePlatform::launchApplication(const QString& name)
     return launchAnswer;
 }
 
+bool FakePlatform::openURL(const QUrl& url)
+{
+    note(u"openURL "_s + url.toString());
+    return true;
+}
+
 bool FakePlatform::setEnabled(const QString& bundleIdentifier, bool enabled)
 {
     note(u"login "_s + bundleIdentifier + (enabled ? u" on"_s : u" off"_s));

@@ -47,6 +47,7 @@ public:
     std::optional<QUrl> urlForApplication(const QString& bundleIdentifier) override;
     void openApplication(const QUrl& location, OpenHandler handler) override;
     bool launchApplication(const QString& name) override;
+    bool openURL(const QUrl& url) override;
     bool setEnabled(const QString& bundleIdentifier, bool enabled) override;
     int run(const QString& program, const QStringList& arguments) override;
     bool isAtLeast(int major, int minor, int patch) const override;
