@@ -7,6 +7,7 @@ ZQ_PACKAGES=(
     libplist-dev libglib2.0-dev
     libbenchmark-dev
     python3 desktop-file-utils clang-format
+    xvfb xauth x11-utils xdotool imagemagick
 )
 
 zq_missing_packages() {
