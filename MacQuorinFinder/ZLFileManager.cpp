@@ -1,8 +1,14 @@
 #include "ZLFileManager.h"
 
 #include "MacQuorin/CLogger.h"
+#include "MacQuorin/DispatchQueue.h"
 #include "platform/FileManager.h"
 #include "platform/Platform.h"
+#include "platform/SystemLog.h"
+
+#include <QDir>
+#include <QPointer>
+#include <QStringDecoder>
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -62,7 +68,145 @@ void logError(const ZLError& error, int line = static_cast<int>(std::source_loca
                std::source_location::current().file_name());
 }
 
+// A file URL that keeps the path's bytes, also when they are not valid UTF-8.
+QUrl fileURL(const QByteArray& path)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder(path);
+    if (!decoder.hasError())
+        return QUrl::fromLocalFile(text);
+    return QUrl::fromEncoded("file://" + path.toPercentEncoding("/"), QUrl::TolerantMode);
+}
+
+QByteArray localPath(const QUrl& url)
+{
+    return QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1());
+}
+
+// The URL's own directory flag; a failure is written to the system log and reads as "no".
+bool isDirectory(FileManager& files, const QUrl& url)
+{
+    auto resource = files.isDirectoryResource(localPath(url));
+    if (const auto* error = std::get_if<ZLError>(&resource)) {
+        SystemLog::logText(u"Error: "_s + error->description());
+        return false;
+    }
+    return std::get<bool>(resource);
+}
+
+// The URL itself, or everything that is not a folder beneath it.
+std::variant<std::optional<QList<QUrl>>, ZLError> filesWithoutDirs(FileManager& files, const QUrl& url)
+{
+    if (!isDirectory(files, url))
+        return std::optional(QList<QUrl>{url});
+    const QString path = url.toLocalFile();
+    if (!files.isReadableFile(path)) {
+        CLog::pExp(u"No read permission at "_s + path);
+        return ZLFileManager::noPermissionError();
+    }
+    const auto beneath = files.filesBeneath(
+        localPath(url), [](const ZLError& error) { SystemLog::logText(u"Error: "_s + error.description()); });
+    if (!beneath)
+        return std::optional<QList<QUrl>>();
+    QList<QUrl> urls;
+    urls.reserve(beneath->size());
+    for (const QByteArray& file : *beneath)
+        urls.append(fileURL(file));
+    return std::optional(std::move(urls));
+}
+
+// Known to Qt's meta-object system by name from the start, as a runtime class is.
+const bool registeredWithRuntime = [] {
+    qRegisterMetaType<ZLFileManager*>("ZLFileManager*");
+    qRegisterMetaType<QList<QUrl>>("QList<QUrl>");
+    return true;
+}();
+
 } // namespace
+
+ZLError ZLFileManager::noPermissionError()
+{
+    //: When a user do not have premission to one or more folders
+    return ZLError(u"com.zelna"_s, 0, tr("no permission to folders"));
+}
+
+ZLFileManager::ZLFileResult ZLFileManager::isDir(const QUrl& url)
+{
+    const std::optional<bool> folder = fileManager.fileExistsIsDirectory(url.toLocalFile());
+    if (!folder)
+        return ZLFileResult::notFound;
+    if (*folder)
+        return ZLFileResult::directory;
+    return attrManager.isStub(url) ? ZLFileResult::stubFile : ZLFileResult::file;
+}
+
+int ZLFileManager::isDirAt(const QUrl& url)
+{
+    return int(isDir(url));
+}
+
+void ZLFileManager::fileAggregation(const QStringList& paths, AggregationCompletion completion)
+{
+    // Every call gets a queue of its own; calls close together run side by side.
+    auto queue = std::make_shared<DispatchQueue>(u"AggregationQueue"_s);
+    aggregationQueue.store(queue);
+    std::weak_ptr<int> alive = m_alive;
+    FileManager* files = &fileManager;
+    queue->async([queue, alive, files, paths, completion = std::move(completion), this]() mutable {
+        CLog::pExp(u"Mapping paths -> URLs..."_s);
+        QList<QUrl> urls;
+        urls.reserve(paths.size());
+        const QString current = QDir::currentPath();
+        for (const QString& path : std::as_const(paths))
+            urls.append(QUrl::fromLocalFile(QDir::isAbsolutePath(path) ? path : current + u'/' + path));
+        CLog::pExp(u"Mapping paths -> URLs completed."_s);
+
+        QList<QUrl> result;
+        std::optional<ZLError> error;
+        for (const QUrl& url : std::as_const(urls)) {
+            if (alive.expired())
+                continue; // the manager is gone: nothing more is gathered
+            auto found = filesWithoutDirs(*files, url);
+            if (auto* failure = std::get_if<ZLError>(&found)) {
+                result.clear(); // what was gathered so far is dropped
+                error = std::move(*failure);
+                break;
+            }
+            if (auto& list = std::get<std::optional<QList<QUrl>>>(found))
+                result.append(std::move(*list));
+        }
+        // The completion, the end of this queue's work and the release of the
+        // queue itself all happen on the main queue.
+        // The queue goes along: it must end on another thread than its own.
+        DispatchQueue::main().async([queue = std::move(queue), alive, this,
+                                     completion = std::move(completion), result = std::move(result),
+                                     error = std::move(error)]() mutable {
+            if (!alive.expired()) {
+                std::shared_ptr<DispatchQueue> expected = queue;
+                aggregationQueue.compare_exchange_strong(expected, nullptr);
+            }
+            completion(std::move(result), std::move(error));
+            queue.reset();
+        });
+    });
+}
+
+void ZLFileManager::fileAggregationFrom(const QStringList& paths, QObject* receiver, const QByteArray& method)
+{
+    QPointer<QObject> target(receiver);
+    fileAggregation(paths, [target, method](QList<QUrl> files, std::optional<ZLError> error) {
+        if (!target)
+            return;
+        QVariantMap described;
+        if (error) {
+            described.insert(u"domain"_s, error->domain());
+            described.insert(u"code"_s, error->code());
+            described.insert(u"localizedDescription"_s, error->localizedDescription());
+        }
+        QMetaObject::invokeMethod(target, method.constData(), Qt::DirectConnection, Q_ARG(QList<QUrl>, files),
+                                  Q_ARG(QVariantMap, described));
+    });
+}
 
 QString ZLFileManager::FinderPreviewState::stringValue(CodingKeys)
 {

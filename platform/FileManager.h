@@ -3,7 +3,10 @@
 #include "platform/ZLError.h"
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
+
+#include <functional>
 
 #include <optional>
 #include <variant>
@@ -19,6 +22,17 @@ public:
 
     // Whether anything (file, folder, link target) is at the path.
     virtual bool fileExists(const QString& path) = 0;
+    // Nothing when nothing is there; otherwise whether it is a folder (links followed).
+    virtual std::optional<bool> fileExistsIsDirectory(const QString& path) = 0;
+    // The item's own directory flag: a link is a link, even to a folder.
+    virtual std::variant<bool, ZLError> isDirectoryResource(const QByteArray& path) = 0;
+    virtual bool isReadableFile(const QString& path) = 0;
+    // Every item beneath the folder that is not a folder itself, depth first in
+    // the order the file system lists them, links not followed, unreadable
+    // subfolders passed over. Nothing when the folder cannot be opened.
+    // onEntryError hears of entries whose type could not be read (they are kept).
+    virtual std::optional<QList<QByteArray>>
+    filesBeneath(const QByteArray& folder, const std::function<void(const ZLError&)>& onEntryError) = 0;
     // One folder; its parent must exist already.
     virtual std::optional<ZLError> createDirectory(const QString& path) = 0;
     virtual std::optional<ZLError> removeItem(const QString& path) = 0;

@@ -1,5 +1,6 @@
 #include "PosixFileManager.h"
 
+#include "platform/linux/TreeWalker.h"
 #include "platform/linux/XdgDirs.h"
 
 #include <QFile>
@@ -44,6 +45,34 @@ bool PosixFileManager::fileExists(const QString& path)
 {
     struct stat info { };
     return ::stat(encoded(path).constData(), &info) == 0;
+}
+
+std::optional<bool> PosixFileManager::fileExistsIsDirectory(const QString& path)
+{
+    struct stat info { };
+    if (::stat(encoded(path).constData(), &info) != 0)
+        return std::nullopt;
+    return S_ISDIR(info.st_mode);
+}
+
+std::variant<bool, ZLError> PosixFileManager::isDirectoryResource(const QByteArray& path)
+{
+    struct stat info { };
+    if (::lstat(path.constData(), &info) != 0)
+        return ZLError::fromErrno(errno, QFile::decodeName(path));
+    return S_ISDIR(info.st_mode);
+}
+
+bool PosixFileManager::isReadableFile(const QString& path)
+{
+    return ::access(encoded(path).constData(), R_OK) == 0;
+}
+
+std::optional<QList<QByteArray>>
+PosixFileManager::filesBeneath(const QByteArray& folder,
+                               const std::function<void(const ZLError&)>& onEntryError)
+{
+    return TreeWalker::filesBeneath(folder, onEntryError);
 }
 
 std::optional<ZLError> PosixFileManager::createDirectory(const QString& path)

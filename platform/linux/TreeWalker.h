@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/ZLError.h"
+
+#include <QByteArray>
+#include <QList>
+
+#include <functional>
+#include <optional>
+
+// Lists the non-folders beneath a folder, depth first in directory order.
+// Folders of one depth are read in parallel, then the result is put together
+// in exactly the order a single walker would produce.
+class TreeWalker {
+public:
+    static std::optional<QList<QByteArray>>
+    filesBeneath(const QByteArray& root, const std::function<void(const ZLError&)>& onEntryError);
+};
