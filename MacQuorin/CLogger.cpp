@@ -76,3 +76,58 @@ void CLog::f(const QString& format, const QList<std::optional<QString>>& args, S
     const QString item = QString::fromUtf8(PrintfFormat::render(format.toUtf8(), texts));
     pExp(item, std::nullopt, logTags, userLog, line, file, strFunc);
 }
+
+FileStreamer::FileStreamer(const QString& filePath)
+    : m_outputStream(std::make_unique<OutputStream>(filePath, true))
+{ }
+
+FileStreamer::~FileStreamer() = default;
+
+void FileStreamer::startNewStreamWith(const QString& filePath)
+{
+    if (m_outputStream)
+        m_outputStream->close();
+    m_outputStream = std::make_unique<OutputStream>(filePath, true);
+    startNewStream();
+}
+
+void FileStreamer::startNewStream()
+{
+    if (!m_outputStream)
+        return;
+    m_outputStream->setDelegate(this);
+    if (!m_outputStream)
+        return;
+    m_outputStream->scheduleInCurrentRunLoop();
+    if (!m_outputStream)
+        return;
+    m_outputStream->open();
+}
+
+void FileStreamer::open()
+{
+    if (m_outputStream)
+        m_outputStream->open();
+}
+
+void FileStreamer::close()
+{
+    if (m_outputStream)
+        m_outputStream->close();
+}
+
+bool FileStreamer::append(const QString& text)
+{
+    const QByteArray bytes = text.toUtf8();
+    return m_outputStream && m_outputStream->write(bytes) == bytes.size();
+}
+
+void FileStreamer::stream(OutputStream* stream, int event)
+{
+    // Equality, not a bit test: combined events are not errors.
+    if (event != OutputStream::ErrorOccurred)
+        return;
+    const std::optional<ZLError> error = stream ? stream->streamError() : std::nullopt;
+    CLog::f(u"StreamError: %@"_s, {error ? std::optional(error->localizedDescription()) : std::nullopt},
+            CLog::StringTag::launcher, false);
+}

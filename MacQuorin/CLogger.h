@@ -7,6 +7,10 @@
 #include <optional>
 #include <source_location>
 
+#include "MacQuorin/OutputStream.h"
+
+#include <memory>
+
 class LogTimeFormatter;
 
 // The launcher's logger: one tagged line per call, straight to the system log.
@@ -46,4 +50,31 @@ private:
                       bool userLog, int line, const char* file);
     static const LogTimeFormatter& dateFormatter();
     static QString shortFileName(const QString& path);
+};
+
+// Owns a stream to a log file and reports its errors through CLog. Nothing in
+// the launcher makes one; the logger does not write to files.
+class FileStreamer : public StreamDelegate {
+public:
+    explicit FileStreamer(const QString& filePath);
+    ~FileStreamer() override;
+
+    OutputStream* outputStream() const { return m_outputStream.get(); }
+    void setOutputStream(std::unique_ptr<OutputStream> stream) { m_outputStream = std::move(stream); }
+
+    // Replaces the stream with one to the path, and starts it.
+    void startNewStreamWith(const QString& filePath);
+    void open();
+    void close();
+    // Appends the text as UTF-8; answers whether all of it was written.
+    bool append(const QString& text);
+
+    void stream(OutputStream* stream, int event) override;
+
+private:
+    friend class TestFileStreamer;
+    // Schedules the stream on this thread's event loop and opens it.
+    void startNewStream();
+
+    std::unique_ptr<OutputStream> m_outputStream;
 };
