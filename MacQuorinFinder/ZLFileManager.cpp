@@ -3,12 +3,12 @@
 #include "MacQuorin/CLogger.h"
 #include "MacQuorin/DispatchQueue.h"
 #include "platform/FileManager.h"
+#include "platform/FileURL.h"
 #include "platform/Platform.h"
 #include "platform/SystemLog.h"
 
 #include <QDir>
 #include <QPointer>
-#include <QStringDecoder>
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -68,25 +68,10 @@ void logError(const ZLError& error, int line = static_cast<int>(std::source_loca
                std::source_location::current().file_name());
 }
 
-// A file URL that keeps the path's bytes, also when they are not valid UTF-8.
-QUrl fileURL(const QByteArray& path)
-{
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    const QString text = decoder(path);
-    if (!decoder.hasError())
-        return QUrl::fromLocalFile(text);
-    return QUrl::fromEncoded("file://" + path.toPercentEncoding("/"), QUrl::TolerantMode);
-}
-
-QByteArray localPath(const QUrl& url)
-{
-    return QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1());
-}
-
 // The URL's own directory flag; a failure is written to the system log and reads as "no".
 bool isDirectory(FileManager& files, const QUrl& url)
 {
-    auto resource = files.isDirectoryResource(localPath(url));
+    auto resource = files.isDirectoryResource(FileURL::toPath(url));
     if (const auto* error = std::get_if<ZLError>(&resource)) {
         SystemLog::logText(u"Error: "_s + error->description());
         return false;
@@ -104,15 +89,12 @@ std::variant<std::optional<QList<QUrl>>, ZLError> filesWithoutDirs(FileManager& 
         CLog::pExp(u"No read permission at "_s + path);
         return ZLFileManager::noPermissionError();
     }
-    const auto beneath = files.filesBeneath(
-        localPath(url), [](const ZLError& error) { SystemLog::logText(u"Error: "_s + error.description()); });
+    const auto beneath = files.filesBeneath(FileURL::toPath(url), [](const ZLError& error) {
+        SystemLog::logText(u"Error: "_s + error.description());
+    });
     if (!beneath)
         return std::optional<QList<QUrl>>();
-    QList<QUrl> urls;
-    urls.reserve(beneath->size());
-    for (const QByteArray& file : *beneath)
-        urls.append(fileURL(file));
-    return std::optional(std::move(urls));
+    return beneath;
 }
 
 // Known to Qt's meta-object system by name from the start, as a runtime class is.

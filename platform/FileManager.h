@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <QUrl>
 
 #include <functional>
 
@@ -31,8 +32,9 @@ public:
     // the order the file system lists them, links not followed, unreadable
     // subfolders passed over. Nothing when the folder cannot be opened.
     // onEntryError hears of entries whose type could not be read (they are kept).
-    virtual std::optional<QList<QByteArray>>
-    filesBeneath(const QByteArray& folder, const std::function<void(const ZLError&)>& onEntryError) = 0;
+    virtual std::optional<QList<QUrl>> filesBeneath(const QByteArray& folder,
+                                                    const std::function<void(const ZLError&)>& onEntryError)
+        = 0;
     // One folder; its parent must exist already.
     virtual std::optional<ZLError> createDirectory(const QString& path) = 0;
     virtual std::optional<ZLError> removeItem(const QString& path) = 0;

@@ -68,7 +68,7 @@ bool PosixFileManager::isReadableFile(const QString& path)
     return ::access(encoded(path).constData(), R_OK) == 0;
 }
 
-std::optional<QList<QByteArray>>
+std::optional<QList<QUrl>>
 PosixFileManager::filesBeneath(const QByteArray& folder,
                                const std::function<void(const ZLError&)>& onEntryError)
 {

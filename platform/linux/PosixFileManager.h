@@ -10,8 +10,8 @@ public:
     std::optional<bool> fileExistsIsDirectory(const QString& path) override;
     std::variant<bool, ZLError> isDirectoryResource(const QByteArray& path) override;
     bool isReadableFile(const QString& path) override;
-    std::optional<QList<QByteArray>>
-    filesBeneath(const QByteArray& folder, const std::function<void(const ZLError&)>& onEntryError) override;
+    std::optional<QList<QUrl>> filesBeneath(const QByteArray& folder,
+                                            const std::function<void(const ZLError&)>& onEntryError) override;
     std::optional<ZLError> createDirectory(const QString& path) override;
     std::optional<ZLError> removeItem(const QString& path) override;
     std::variant<QByteArray, ZLError> contents(const QString& path) override;

@@ -1,5 +1,7 @@
 #include "TreeWalker.h"
 
+#include "platform/FileURL.h"
+
 #include <QFile>
 #include <QtConcurrent/QtConcurrentMap>
 
@@ -23,6 +25,7 @@ struct Listing {
     QByteArray name; // within the parent
     struct Entry {
         QByteArray name;
+        QUrl url;             // for a non-folder, made while reading, in parallel
         qsizetype child = -1; // index of the folder's own listing; -1 for a non-folder
         bool isFolder = false;
     };
@@ -51,7 +54,9 @@ void readListing(Listing& listing, int fd)
                 listing.errors.push_back(
                     ZLError::fromErrno(errno, QFile::decodeName(listing.path + '/' + name)));
         }
-        listing.entries.push_back({QByteArray(name), -1, isFolder});
+        const QByteArray entryName(name);
+        listing.entries.push_back(
+            {entryName, isFolder ? QUrl() : FileURL::fromPath(listing.path + '/' + entryName), -1, isFolder});
     }
     closedir(dir);
 }
@@ -76,8 +81,8 @@ int openFolder(const Listings& listings, qsizetype index)
 
 } // namespace
 
-std::optional<QList<QByteArray>>
-TreeWalker::filesBeneath(const QByteArray& root, const std::function<void(const ZLError&)>& onEntryError)
+std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
+                                                    const std::function<void(const ZLError&)>& onEntryError)
 {
     Listings listings;
     listings.push_back(std::make_unique<Listing>());
@@ -115,7 +120,7 @@ TreeWalker::filesBeneath(const QByteArray& root, const std::function<void(const 
     }
 
     // Put the listings together depth first, each folder's contents where the folder stands.
-    QList<QByteArray> files;
+    QList<QUrl> files;
     std::vector<std::pair<qsizetype, size_t>> stack{{0, 0}}; // listing, next entry
     while (!stack.empty()) {
         auto& [index, position] = stack.back();
@@ -131,7 +136,7 @@ TreeWalker::filesBeneath(const QByteArray& root, const std::function<void(const 
         }
         const Listing::Entry& entry = listing.entries[position++];
         if (!entry.isFolder)
-            files.append(listing.path + '/' + entry.name);
+            files.append(entry.url);
         else if (entry.child >= 0)
             stack.emplace_back(entry.child, 0);
     }

@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QUrl>
 
 #include <functional>
 #include <optional>
@@ -13,6 +14,6 @@
 // in exactly the order a single walker would produce.
 class TreeWalker {
 public:
-    static std::optional<QList<QByteArray>>
-    filesBeneath(const QByteArray& root, const std::function<void(const ZLError&)>& onEntryError);
+    static std::optional<QList<QUrl>> filesBeneath(const QByteArray& root,
+                                                   const std::function<void(const ZLError&)>& onEntryError);
 };

@@ -73,8 +73,8 @@ public:
     {
         return !m_unreadable.contains(p) && m_real.isReadableFile(p);
     }
-    std::optional<QList<QByteArray>> filesBeneath(const QByteArray& f,
-                                                  const std::function<void(const ZLError&)>& e) override
+    std::optional<QList<QUrl>> filesBeneath(const QByteArray& f,
+                                            const std::function<void(const ZLError&)>& e) override
     {
         checked.append(QFile::decodeName(f));
         return m_real.filesBeneath(f, e);
