@@ -3,11 +3,12 @@
 #include "platform/FileURL.h"
 
 #include <QFile>
-#include <QtConcurrent/QtConcurrentMap>
 
 #include <cerrno>
 #include <climits>
+#include <atomic>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include <dirent.h>
@@ -63,6 +64,24 @@ void readListing(Listing& listing, int fd)
 
 using Listings = std::vector<std::unique_ptr<Listing>>;
 
+// Runs work(i) for every index on one thread more than there are cores (a
+// reader waiting on the file system leaves its core to another); returns when
+// all are done.
+template <typename Work> void forEachInParallel(const std::vector<qsizetype>& indexes, const Work& work)
+{
+    const size_t threads
+        = std::min<size_t>(indexes.size(), std::max(2u, std::thread::hardware_concurrency() + 1));
+    std::atomic<size_t> next{0};
+    const auto worker = [&] {
+        for (size_t i = next++; i < indexes.size(); i = next++)
+            work(indexes[i]);
+    };
+    std::vector<std::jthread> pool;
+    for (size_t t = 1; t < threads; ++t)
+        pool.emplace_back(worker);
+    worker(); // the calling thread takes its share too
+}
+
 // Opens a listed folder by its path, or, when the path is longer than the
 // system takes, step by step from the nearest ancestor whose path it takes.
 int openFolder(const Listings& listings, qsizetype index)
@@ -110,7 +129,7 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
                 listings.push_back(std::move(child));
             }
         }
-        QtConcurrent::blockingMap(next, [&listings](const qsizetype index) {
+        forEachInParallel(next, [&listings](const qsizetype index) {
             // An unreadable folder below the top is passed over silently.
             const int fd = openFolder(listings, index);
             if (fd >= 0)

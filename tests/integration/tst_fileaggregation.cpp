@@ -5,6 +5,7 @@
 #include "tests/support/RecordingLogSink.h"
 #include "tests/support/TempHome.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QLocalServer>
@@ -142,7 +143,7 @@ Outcome TestFileAggregation::aggregate(ZLFileManager& manager, const QStringList
         ++outcome.calls;
         outcome.files = std::move(files);
         outcome.error = std::move(error);
-        outcome.onMainThread = QThread::currentThread() == qApp->thread();
+        outcome.onMainThread = QThread::currentThread() == QCoreApplication::instance()->thread();
     });
     if (!QTest::qWaitFor([&outcome] { return outcome.calls > 0; }, 60000))
         qWarning("no completion");
