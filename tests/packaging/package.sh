@@ -31,12 +31,12 @@ if command -v appstreamcli >/dev/null; then
 fi
 
 # The unpacked tree stands in for /usr: the launcher finds its bundle from its own place.
-dpkg-deb -x "$deb" "$work/root"
+dpkg-deb -x "$deb" "$work/unpacked"
 home=$work/home
 mkdir -p "$home/runtime" && chmod 700 "$home/runtime"
 HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_RUNTIME_DIR=$home/runtime \
     QT_QPA_PLATFORM=offscreen QT_LOGGING_RULES="zelna.launcher.debug=true" \
-    "$work/root/usr/bin/zelna-quorin" > "$work/log" 2>&1 &
+    "$work/unpacked/usr/bin/zelna-quorin" > "$work/log" 2>&1 &
 pid=$!
 for _ in $(seq 100); do
     grep -q "window shown: MainWindow" "$work/log" && break
