@@ -59,6 +59,12 @@ std::optional<bool> ServiceEnableHandler::userDefaultsHandler(std::optional<bool
     return true;
 }
 
+bool ServiceEnableHandler::isService(const RunningApplication& application)
+{
+    // One without an identifier never matches.
+    return application.bundleIdentifier && *application.bundleIdentifier == serviceBundleIdentifier;
+}
+
 int32_t ServiceEnableHandler::shell(const QStringList& arguments)
 {
     return Platform::commandRunner().run(commandRunner, arguments);
@@ -85,7 +91,7 @@ void ServiceEnableHandler::handleDisabled()
     Workspace& workspace = Platform::workspace();
     QList<RunningApplication> instances;
     for (const RunningApplication& application : workspace.runningApplications()) {
-        if (application.bundleIdentifier && *application.bundleIdentifier == serviceBundleIdentifier)
+        if (isService(application))
             instances.append(application);
     }
     for (const RunningApplication& instance : std::as_const(instances))
@@ -100,7 +106,7 @@ void ServiceEnableHandler::handleEnabledPass(Completion& completion)
 
     Workspace& workspace = Platform::workspace();
     for (const RunningApplication& application : workspace.runningApplications()) {
-        if (application.bundleIdentifier && *application.bundleIdentifier == serviceBundleIdentifier) {
+        if (isService(application)) {
             complete(completion); // already running: left alone
             return;
         }

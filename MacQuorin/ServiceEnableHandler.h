@@ -7,6 +7,8 @@
 #include <functional>
 #include <optional>
 
+struct RunningApplication;
+
 // Brings the background service, its login item and the file-manager
 // extension to the enabled state the user chose. Class-level operations only.
 class ServiceEnableHandler {
@@ -30,6 +32,9 @@ public:
 
     // Runs the command runner with these arguments and answers its exit status.
     static int32_t shell(const QStringList& arguments);
+
+    // Whether a running application is the background service.
+    static bool isService(const RunningApplication& application);
 
     ServiceEnableHandler() = delete;
 

@@ -91,14 +91,9 @@ void ViewController::viewDidLoad()
     required(versionTxt, "versionTxt")
         .setText(versionPrefix + info->value(u"CFBundleShortVersionString"_s).toString());
 
-    bool running = false;
-    for (const RunningApplication& application : Platform::workspace().runningApplications()) {
-        if (application.bundleIdentifier
-            && *application.bundleIdentifier == ServiceEnableHandler::serviceBundleIdentifier) {
-            running = true;
-            break;
-        }
-    }
+    const QList<RunningApplication> applications = Platform::workspace().runningApplications();
+    const bool running
+        = std::any_of(applications.cbegin(), applications.cend(), &ServiceEnableHandler::isService);
     required(autoStartCheckBox, "autoStartCheckBox").setCheckState(stateFor(running));
     required(enableCheckBox, "enableCheckBox").setCheckState(stateFor(running));
 

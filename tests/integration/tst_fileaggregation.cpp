@@ -51,50 +51,22 @@ QByteArray pathBytes(const QUrl& url)
 
 // The real file manager, except that the listed folders read as unreadable
 // (root reads every folder, so permissions alone cannot show this).
-class UnreadableFolders : public FileManager {
+class UnreadableFolders : public PosixFileManager {
 public:
-    UnreadableFolders(FileManager& real, QStringList unreadable)
-        : m_real(real)
-        , m_unreadable(std::move(unreadable))
-    { }
-    std::variant<QString, ZLError> applicationSupportDirectory() override
-    {
-        return m_real.applicationSupportDirectory();
-    }
-    bool fileExists(const QString& p) override { return m_real.fileExists(p); }
-    std::optional<bool> fileExistsIsDirectory(const QString& p) override
-    {
-        return m_real.fileExistsIsDirectory(p);
-    }
-    std::variant<bool, ZLError> isDirectoryResource(const QByteArray& p) override
-    {
-        return m_real.isDirectoryResource(p);
-    }
+    explicit UnreadableFolders(QStringList unreadable) : m_unreadable(std::move(unreadable)) { }
     bool isReadableFile(const QString& p) override
     {
-        return !m_unreadable.contains(p) && m_real.isReadableFile(p);
+        return !m_unreadable.contains(p) && PosixFileManager::isReadableFile(p);
     }
     std::optional<QList<QUrl>> filesBeneath(const QByteArray& f,
                                             const std::function<void(const ZLError&)>& e) override
     {
         checked.append(QFile::decodeName(f));
-        return m_real.filesBeneath(f, e);
-    }
-    std::optional<ZLError> createDirectory(const QString& p) override { return m_real.createDirectory(p); }
-    std::optional<ZLError> removeItem(const QString& p) override { return m_real.removeItem(p); }
-    std::variant<QByteArray, ZLError> contents(const QString& p) override { return m_real.contents(p); }
-    std::optional<ZLError> write(const QString& p, const QByteArray& b) override
-    {
-        return m_real.write(p, b);
-    }
-    qint64 extendedAttribute(const QString& p, const QString& n, QByteArray& b) override
-    {
-        return m_real.extendedAttribute(p, n, b);
+        return PosixFileManager::filesBeneath(f, e);
     }
     QStringList checked;
 
 private:
-    FileManager& m_real;
     QStringList m_unreadable;
 };
 
@@ -288,8 +260,7 @@ void TestFileAggregation::unreadableChosenFolderStopsWithTheError()
     touch(u"first/a"_s);
     touch(u"second/b"_s);
     touch(u"third/c"_s);
-    PosixFileManager real;
-    UnreadableFolders files(real, {path(u"second"_s)});
+    UnreadableFolders files({path(u"second"_s)});
     PlatformServices services;
     services.fileManager = std::shared_ptr<FileManager>(&files, [](FileManager*) {});
     Platform::replace(services);

@@ -14,15 +14,6 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 const QString suiteName = u"K4WQ7ZT2RB.group.zelna.Quorin"_s;
 
-// Runs a Python snippet with plistlib against the suite file; answers its output.
-QString python(const QString& script, const QString& file)
-{
-    QProcess process;
-    process.start(u"python3"_s, {u"-c"_s, u"import plistlib,sys\nf=sys.argv[1]\n"_s + script, file});
-    process.waitForFinished(30000);
-    return QString::fromUtf8(process.readAllStandardOutput()).trimmed()
-           + QString::fromUtf8(process.readAllStandardError()).trimmed();
-}
 } // namespace
 
 class TestPlistDefaults : public QObject {
@@ -65,8 +56,9 @@ void TestPlistDefaults::textStaysTextForOtherReaders()
     QVERIFY(suite);
     QCOMPARE(suite->value(u"QREnabled"_s), QVariant()); // no file yet
     QVERIFY(suite->setValue(u"QREnabled"_s, u"1"_s));
-    QCOMPARE(python(u"d=plistlib.load(open(f,'rb'));print(type(d['QREnabled']).__name__, d['QREnabled'])"_s,
-                    suiteFile()),
+    QCOMPARE(TempHome::plistPython(
+                 u"d=plistlib.load(open(f,'rb'));print(type(d['QREnabled']).__name__, d['QREnabled'])"_s,
+                 suiteFile()),
              u"str 1"_s);
     // A new handle reads the file anew.
     QCOMPARE(m_store.open(suiteName)->value(u"QREnabled"_s), QVariant(u"1"_s));
@@ -75,7 +67,7 @@ void TestPlistDefaults::textStaysTextForOtherReaders()
 
 void TestPlistDefaults::otherProgramsKeysSurviveEveryWrite()
 {
-    const QString written = python(
+    const QString written = TempHome::plistPython(
         u"import datetime\nplistlib.dump({'Count':-7,'Ratio':2.5,'On':True,'Blob':b'\\x00\\x01','When':"
         "datetime.datetime(2025,1,2,3,4,5),'List':[1,'a'],'Nested':{'k':'v'},'QREnabled':'0'},open(f,'wb'),"
         "fmt=plistlib.FMT_BINARY)"_s,
@@ -85,7 +77,7 @@ void TestPlistDefaults::otherProgramsKeysSurviveEveryWrite()
     QCOMPARE(suite->value(u"QREnabled"_s), QVariant(u"0"_s)); // binary lists are read too
     QVERIFY(suite->setValue(u"QREnabled"_s, u"1"_s));
     QVERIFY(suite->setValue(u"Other"_s, u"x"_s));
-    QCOMPARE(python(u"d=plistlib.load(open(f,'rb'));print(sorted(d.items()))"_s, suiteFile()),
+    QCOMPARE(TempHome::plistPython(u"d=plistlib.load(open(f,'rb'));print(sorted(d.items()))"_s, suiteFile()),
              u"[('Blob', b'\\x00\\x01'), ('Count', -7), ('List', [1, 'a']), ('Nested', {'k': 'v'}), "
              "('On', True), ('Other', 'x'), ('QREnabled', '1'), ('Ratio', 2.5), "
              "('When', datetime.datetime(2025, 1, 2, 3, 4, 5))]"_s);
@@ -171,7 +163,7 @@ void TestPlistDefaults::concurrentWritersLoseNoKey()
         for (int i = 0; i < keysEach; ++i)
             QCOMPARE(suite->value(u"w%1-%2"_s.arg(w).arg(i)), QVariant(QString::number(i)));
     }
-    QCOMPARE(python(u"print(len(plistlib.load(open(f,'rb'))))"_s, suiteFile()),
+    QCOMPARE(TempHome::plistPython(u"print(len(plistlib.load(open(f,'rb'))))"_s, suiteFile()),
              QString::number(writers * keysEach));
 }
 

@@ -35,7 +35,11 @@ private Q_SLOTS:
 private:
     PassResult runPass();
     QStringList starts() const;
-    QString python(const QString& script) const;
+    QString python(const QString& script) const
+    {
+        return TempHome::plistPython(u"d=plistlib.load(open(f,'rb'))\n"_s + script,
+                                     m_home->configHome() + suiteFile);
+    }
 
     std::unique_ptr<TempHome> m_home;
     QProcessEnvironment m_env;
@@ -84,16 +88,6 @@ PassResult TestServicePass::runPass()
 QStringList TestServicePass::starts() const
 {
     return TempHome::readFile(m_startsLog).split(u'\n', Qt::SkipEmptyParts);
-}
-
-QString TestServicePass::python(const QString& script) const
-{
-    QProcess process;
-    process.start(u"python3"_s,
-                  {u"-c"_s, u"import plistlib,sys\nd=plistlib.load(open(sys.argv[1],'rb'))\n"_s + script,
-                   m_home->configHome() + suiteFile});
-    process.waitForFinished(30000);
-    return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()).trimmed();
 }
 
 void TestServicePass::firstLaunchEnablesAndStartsTheService()

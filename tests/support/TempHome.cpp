@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -57,4 +58,12 @@ bool TempHome::writeFile(const QString& path, const QByteArray& bytes)
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+QString TempHome::plistPython(const QString& script, const QString& file)
+{
+    QProcess process;
+    process.start(u"python3"_s, {u"-c"_s, u"import plistlib,sys\nf=sys.argv[1]\n"_s + script, file});
+    process.waitForFinished(30000);
+    return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()).trimmed();
 }
