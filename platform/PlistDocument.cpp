@@ -1,6 +1,7 @@
 #include "PlistDocument.h"
 
 #include <QDateTime>
+#include <QSet>
 
 #include <plist/plist.h>
 
@@ -19,6 +20,34 @@ QString takeString(char* text)
     const QString result = text ? QString::fromUtf8(text) : QString();
     std::free(text);
     return result;
+}
+
+// A binary list can name a key twice; a write would then change one entry
+// while readers may see the other.
+bool hasRepeatedKeys(plist_t dict)
+{
+    QSet<QByteArray> seen;
+    bool repeated = false;
+    plist_dict_iter iter = nullptr;
+    plist_dict_new_iter(dict, &iter);
+    for (;;) {
+        char* key = nullptr;
+        plist_t item = nullptr;
+        plist_dict_next_item(dict, iter, &key, &item);
+        if (!item) {
+            std::free(key);
+            break;
+        }
+        const QByteArray name(key);
+        std::free(key);
+        if (seen.contains(name)) {
+            repeated = true;
+            break;
+        }
+        seen.insert(name);
+    }
+    std::free(iter);
+    return repeated;
 }
 
 QVariant dictToVariant(plist_t dict)
@@ -44,9 +73,9 @@ QVariant toVariant(plist_t node)
 {
     switch (plist_get_node_type(node)) {
     case PLIST_STRING: {
-        char* text = nullptr;
-        plist_get_string_val(node, &text);
-        return takeString(text);
+        uint64_t length = 0;
+        const char* text = plist_get_string_ptr(node, &length);
+        return QString::fromUtf8(text, static_cast<qsizetype>(length));
     }
     case PLIST_BOOLEAN: {
         uint8_t value = 0;
@@ -168,11 +197,15 @@ std::optional<PlistDocument> PlistDocument::parse(const QByteArray& bytes)
     plist_from_memory(bytes.constData(), static_cast<uint32_t>(bytes.size()), &root);
     if (!root)
         return std::nullopt;
-    if (plist_get_node_type(root) != PLIST_DICT) {
-        plist_free(root);
+    PlistDocument document(std::make_unique<Node>(root));
+    if (plist_get_node_type(root) != PLIST_DICT)
         return std::nullopt;
-    }
-    return PlistDocument(std::make_unique<Node>(root));
+    // The library accepts NUL bytes inside keys and text but then stops the
+    // program when asked for such a key; its XML form shows them, so such a
+    // document is refused here like any other unreadable one.
+    if (document.toXml().contains('\0') || hasRepeatedKeys(root))
+        return std::nullopt;
+    return document;
 }
 
 QByteArray PlistDocument::toXml() const

@@ -7,7 +7,10 @@
 #include <QDateTime>
 #include <QDir>
 #include <QProcess>
+#include <QRandomGenerator>
+#include <QSet>
 #include <QTest>
+#include <QThread>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -29,6 +32,9 @@ private Q_SLOTS:
     void unusableSuiteNamesCannotBeOpened();
     void noHomeMeansNoSuite();
     void concurrentWritersLoseNoKey();
+    void unsafeListsAreSetAsideNotFatal_data();
+    void unsafeListsAreSetAsideNotFatal();
+    void writersKilledAtRandomLoseNoAcknowledgedKey();
 
 private:
     QString suiteFile() const { return m_home->configHome() + u'/' + suiteName + u".plist"_s; }
@@ -165,6 +171,85 @@ void TestPlistDefaults::concurrentWritersLoseNoKey()
     }
     QCOMPARE(TempHome::plistPython(u"print(len(plistlib.load(open(f,'rb'))))"_s, suiteFile()),
              QString::number(writers * keysEach));
+}
+
+void TestPlistDefaults::unsafeListsAreSetAsideNotFatal_data()
+{
+    QTest::addColumn<QString>("writer"); // Python with plistlib, the file's path in f
+    QTest::newRow("text, XML") << u"open(f,'wb').write(b'<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
+                                  u"<key>QREnabled</key><string>a\\0b</string></dict></plist>')"_s;
+    QTest::newRow("repeated key, binary")
+        << u"open(f,'wb').write(bytes.fromhex('62706c6973743030d201020304595152456e61626c6564595152456e6162'"
+           u" '6c656451315130080d1721230000000000000101000000000000000500000000000000000000000000000025'))"_s;
+    // Binary lists keep non-ASCII text as UTF-16, where a NUL survives parsing.
+    QTest::newRow("key, binary")
+        << u"plistlib.dump({'\\u00e9\\0': '1'}, open(f,'wb'), fmt=plistlib.FMT_BINARY)"_s;
+}
+
+// libplist accepts these but aborts the program when the bytes are read back,
+// or lets a write change one of two entries of the same name.
+void TestPlistDefaults::unsafeListsAreSetAsideNotFatal()
+{
+    QFETCH(QString, writer);
+    TempHome::plistPython(writer, suiteFile());
+    QFile original(suiteFile());
+    QVERIFY(original.open(QIODevice::ReadOnly));
+    const QByteArray bytes = original.readAll();
+
+    auto suite = m_store.open(suiteName);
+    QCOMPARE(suite->value(u"QREnabled"_s), QVariant());
+    const QStringList aside = QDir(m_home->configHome()).entryList({suiteName + u".plist.corrupt-*"_s});
+    QCOMPARE(aside.size(), 1);
+    QFile kept(m_home->configHome() + u'/' + aside.first());
+    QVERIFY(kept.open(QIODevice::ReadOnly));
+    QCOMPARE(kept.readAll(), bytes);
+}
+
+void TestPlistDefaults::writersKilledAtRandomLoseNoAcknowledgedKey()
+{
+    const quint32 seed = QRandomGenerator::global()->generate();
+    qInfo("seed %u", seed);
+    QRandomGenerator random(seed);
+    QSet<QString> acknowledged;
+    for (int round = 0; round < 10; ++round) {
+        std::vector<std::unique_ptr<QProcess>> processes;
+        for (int w = 0; w < 3; ++w) {
+            auto process = std::make_unique<QProcess>();
+            process->setProcessEnvironment(m_home->environment());
+            process->start(QStringLiteral(ZQ_DEFAULTS_WRITER),
+                           {suiteName, u"r%1w%2"_s.arg(round).arg(w), u"100000"_s});
+            QVERIFY(process->waitForStarted());
+            processes.push_back(std::move(process));
+        }
+        for (auto& process : processes) {
+            QThread::msleep(random.bounded(10, 120));
+            process->kill();
+            QVERIFY(process->waitForFinished(10000));
+            // Only whole lines are acknowledgements; the last one may have been cut.
+            const QByteArray out = process->readAllStandardOutput();
+            const QList<QByteArray> lines = out.left(out.lastIndexOf('\n')).split('\n');
+            for (const QByteArray& line : lines) {
+                if (!line.isEmpty())
+                    acknowledged.insert(QString::fromUtf8(line));
+            }
+        }
+    }
+    QVERIFY2(acknowledged.size() > 30, qPrintable(QString::number(acknowledged.size())));
+    auto suite = m_store.open(suiteName);
+    const QString keys = TempHome::plistPython(
+        u"d=plistlib.load(open(f,'rb'))\nprint('\\n'.join(k + '=' + v for k, v in d.items()))"_s,
+        suiteFile());
+    const QStringList stored = keys.split(u'\n', Qt::SkipEmptyParts);
+    QSet<QString> present;
+    for (const QString& entry : stored) {
+        const QString key = entry.section(u'=', 0, 0);
+        QCOMPARE(entry.section(u'=', 1), key.section(u'-', 1));
+        present.insert(key);
+    }
+    for (const QString& key : std::as_const(acknowledged))
+        QVERIFY2(present.contains(key), qPrintable(key + u" was acknowledged but is missing"_s));
+    QVERIFY(suite->value(*acknowledged.cbegin()).isValid()); // and this program reads it too
+    QCOMPARE(m_sink->lines(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestPlistDefaults)
