@@ -39,7 +39,8 @@ public:
     virtual std::optional<ZLError> createDirectory(const QString& path) = 0;
     virtual std::optional<ZLError> removeItem(const QString& path) = 0;
     virtual std::variant<QByteArray, ZLError> contents(const QString& path) = 0;
-    // A plain write: created or truncated, then written; not atomic.
+    // A plain write: created or truncated, then written; not atomic. A write
+    // that fails part-way removes the file.
     virtual std::optional<ZLError> write(const QString& path, const QByteArray& bytes) = 0;
 
     // Reads an extended attribute into a buffer of exactly buffer.size() bytes,

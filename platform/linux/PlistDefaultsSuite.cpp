@@ -10,11 +10,34 @@
 #include <QLockFile>
 #include <QSaveFile>
 
+#include <cerrno>
+#include <cstring>
+
+#include <unistd.h>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 constexpr int lockTimeoutMs = 10000;
+
+// Why a lock could not be taken, in words for the log.
+QString lockFailure(const QLockFile& lock, const QString& directory)
+{
+    switch (lock.error()) {
+    case QLockFile::LockFailedError:
+        return u"another program kept it locked"_s;
+    case QLockFile::PermissionError:
+        // The folder's own state says more than the lock's error code.
+        if (::access(QFile::encodeName(directory).constData(), W_OK) != 0)
+            return QString::fromLocal8Bit(std::strerror(errno));
+        return u"permission denied"_s;
+    case QLockFile::UnknownError:
+    case QLockFile::NoError:
+        break;
+    }
+    return u"its lock file cannot be written (is the disk full?)"_s;
+}
 
 } // namespace
 
@@ -86,7 +109,8 @@ bool PlistDefaultsSuite::setValue(const QString& key, const QVariant& value)
     }
     QLockFile lock(m_filePath + u".lock"_s);
     if (!lock.tryLock(lockTimeoutMs)) {
-        SystemLog::logText(u"Cannot lock defaults file "_s + m_filePath + u"; "_s + key + u" not stored"_s);
+        SystemLog::logText(u"Cannot lock defaults file "_s + m_filePath + u": "_s
+                           + lockFailure(lock, directory) + u"; "_s + key + u" not stored"_s);
         return false;
     }
     std::optional<PlistDocument> document;

@@ -6,6 +6,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -116,9 +117,15 @@ std::variant<QByteArray, ZLError> PosixFileManager::contents(const QString& path
 
 std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteArray& bytes)
 {
-    const Descriptor file{::open(encoded(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)};
+    const QByteArray name = encoded(path);
+    Descriptor file{::open(name.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)};
     if (file.fd < 0)
         return ZLError::fromErrno(errno, path);
+    // A write that fails part-way (a full disk) leaves no file rather than a cut one.
+    auto failed = [&](int error) {
+        ::unlink(name.constData());
+        return ZLError::fromErrno(error, path);
+    };
     const char* data = bytes.constData();
     qsizetype left = bytes.size();
     while (left > 0) {
@@ -126,11 +133,14 @@ std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteA
         if (n < 0) {
             if (errno == EINTR)
                 continue;
-            return ZLError::fromErrno(errno, path);
+            return failed(errno);
         }
         data += n;
         left -= n;
     }
+    const int fd = std::exchange(file.fd, -1);
+    if (::close(fd) != 0 && errno != EINTR)
+        return failed(errno);
     return std::nullopt;
 }
 
