@@ -9,6 +9,9 @@
 
 #include <csignal>
 
+#include <grp.h>
+#include <unistd.h>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -31,6 +34,9 @@ private Q_SLOTS:
     void firstLaunchEnablesAndStartsTheService();
     void alreadyRunningServiceIsNotStartedAgain();
     void disabledKillsEveryInstanceAndRemovesTheLoginItem();
+    void anotherUsersServiceIsNeitherCountedNorKilled();
+    void brokenServiceEntryEndsThePassWithALogLine_data();
+    void brokenServiceEntryEndsThePassWithALogLine();
 
 private:
     PassResult runPass();
@@ -172,6 +178,74 @@ void TestServicePass::disabledKillsEveryInstanceAndRemovesTheLoginItem()
     QCOMPARE(python(u"print(d['QREnabled'])"_s), u"0"_s);
     bystander.kill();
     bystander.waitForFinished();
+}
+
+// With a real second user; without root the fake process table of the
+// workspace tests covers the same rule.
+void TestServicePass::anotherUsersServiceIsNeitherCountedNorKilled()
+{
+    if (::geteuid() != 0)
+        QSKIP("needs root to start a process as another user");
+    constexpr uid_t nobody = 65534;
+    // The other user must be able to run the very same program.
+    QFile::setPermissions(m_home->path(),
+                          QFile::permissions(m_home->path()) | QFile::ExeOther | QFile::ExeGroup);
+    QFile::setPermissions(m_home->path() + u"/bin"_s,
+                          QFile::permissions(m_home->path() + u"/bin"_s) | QFile::ExeOther | QFile::ExeGroup);
+    QProcess theirs;
+    theirs.setProcessEnvironment(m_env);
+    theirs.setChildProcessModifier([] {
+        if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0)
+            ::_exit(126);
+    });
+    theirs.start(m_service, {});
+    QVERIFY(theirs.waitForStarted());
+    QVERIFY(!theirs.waitForFinished(300));
+
+    QVERIFY(TempHome::writeFile(m_home->configHome() + suiteFile,
+                                "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>QREnabled</key>"
+                                "<string>0</string></dict></plist>"));
+    QCOMPARE(runPass().out, u"completions=1 thread=main"_s);
+    QVERIFY(!theirs.waitForFinished(300)); // not killed
+
+    QVERIFY(TempHome::writeFile(m_home->configHome() + suiteFile,
+                                "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>QREnabled</key>"
+                                "<string>1</string></dict></plist>"));
+    QCOMPARE(runPass().out, u"completions=1 thread=other"_s); // theirs does not count as running
+    QTRY_COMPARE(starts().size(), 1);
+    QCOMPARE(theirs.state(), QProcess::Running);
+    theirs.kill();
+    theirs.waitForFinished();
+}
+
+void TestServicePass::brokenServiceEntryEndsThePassWithALogLine_data()
+{
+    QTest::addColumn<QString>("exec");
+    QTest::addColumn<QString>("out");
+    QTest::addColumn<QString>("logged");
+    QTest::addColumn<bool>("loginItem");
+    const QString notInstalled = u"No installed application com.zelna.Quorin.Service to start at login"_s;
+    QTest::newRow("missing program") << u"/nonexistent/quorin-service --background"_s
+                                     << u"completions=1 thread=main"_s << notInstalled << false;
+    QTest::newRow("a folder") << u"/usr/bin"_s << u"completions=1 thread=main"_s << notInstalled << false;
+    QTest::newRow("exits at once") << u"true"_s << u"completions=1 thread=other"_s
+                                   << u"openApplication -> with error: nil"_s << true;
+}
+
+// The pass ends, once, whatever the service's entry points at.
+void TestServicePass::brokenServiceEntryEndsThePassWithALogLine()
+{
+    QFETCH(QString, exec);
+    QFETCH(QString, out);
+    QFETCH(QString, logged);
+    QFETCH(bool, loginItem);
+    m_home->installApplication(service, exec);
+    const PassResult result = runPass();
+    QVERIFY2(result.out == out, qPrintable(result.out + u'\n' + result.err));
+    const QStringList lines = result.err.split(u'\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 2);
+    QVERIFY2(lines[1].contains(logged), qPrintable(lines[1]));
+    QCOMPARE(QFile::exists(m_home->autostartDir() + u'/' + service + u".desktop"_s), loginItem);
 }
 
 QTEST_GUILESS_MAIN(TestServicePass)
