@@ -28,6 +28,13 @@ bool fromSameUser(const QLocalSocket& socket)
            && credentials.uid == getuid();
 }
 
+bool ownedAndPrivate(const QString& path)
+{
+    struct stat info { };
+    return lstat(QFile::encodeName(path).constData(), &info) == 0 && S_ISDIR(info.st_mode)
+           && info.st_uid == getuid() && (info.st_mode & 0022) == 0;
+}
+
 // A folder only this user can enter, or nothing.
 std::optional<QString> privateFolder(const QString& path)
 {
@@ -50,6 +57,8 @@ LocalSocketInstanceChannel::~LocalSocketInstanceChannel() = default;
 std::optional<QString> LocalSocketInstanceChannel::socketPath() const
 {
     auto folder = XdgDirs::runtimeDir();
+    if (folder && !ownedAndPrivate(*folder))
+        folder.reset(); // a shared folder would let others answer in the launcher's name
     if (!folder)
         folder = privateFolder(QDir::tempPath() + u"/zelna-quorin-"_s + QString::number(getuid()));
     if (!folder)
@@ -66,6 +75,11 @@ bool LocalSocketInstanceChannel::forwardReopen()
     socket.connectToServer(*path);
     if (!socket.waitForConnected(timeoutMs))
         return false;
+    if (!fromSameUser(socket)) {
+        SystemLog::logText(u"The launcher socket "_s + *path
+                           + u" belongs to another user; not handing over"_s);
+        return false;
+    }
     socket.write(request);
     if (!socket.waitForBytesWritten(timeoutMs))
         return false;

@@ -5,6 +5,9 @@
 #include <QProcess>
 #include <QTest>
 
+#include <grp.h>
+#include <unistd.h>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -91,6 +94,7 @@ private Q_SLOTS:
     void secondLaunchReopensTheFirst();
     void unreadableInfoIsLogged();
     void socketOfAKilledLauncherIsCleared();
+    void anotherUserCannotReopen();
 
 private:
     QString launcher() const { return m_home->path() + u"/bundle/bin/zelna-quorin"_s; }
@@ -259,6 +263,47 @@ void TestLauncher::socketOfAKilledLauncherIsCleared()
     Launch next(launcher(), m_env, {});
     QVERIFY2(next.waitFor(u"window shown: MainWindow"_s), qPrintable(next.output()));
     QVERIFY(!next.output().contains(u"handed over"_s));
+}
+
+// Another user is kept out by the folder's permissions and, should those be
+// opened up, by the peer's credentials.
+void TestLauncher::anotherUserCannotReopen()
+{
+    if (::geteuid() != 0)
+        QSKIP("needs root to connect as another user");
+    writeInfo(infoPlist(feedEntry(QUrl::fromLocalFile(m_home->path() + u"/none.xml"_s).toString())));
+    Launch first(launcher(), m_env, {u"checkVersion"_s});
+    QVERIFY2(first.waitFor(u"Updater: update check of"_s), qPrintable(first.output()));
+    const QString socket = m_home->path() + u"/runtime/zelna-quorin.socket"_s;
+    QVERIFY(QFile::exists(socket));
+
+    auto reopenAsNobody = [&socket] {
+        QProcess client;
+        client.setChildProcessModifier([] {
+            if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
+                ::_exit(126);
+        });
+        client.start(u"/usr/bin/python3"_s, {u"-c"_s,
+                                             u"import socket, sys\n"
+                                             u"s = socket.socket(socket.AF_UNIX)\n"
+                                             u"try:\n    s.connect(sys.argv[1])\n"
+                                             u"except OSError:\n    print('refused'); sys.exit()\n"
+                                             u"try:\n    s.sendall(b'reopen\\n'); s.settimeout(3)\n"
+                                             u"    print('answered' if s.recv(10) else 'hung up')\n"
+                                             u"except OSError:\n    print('hung up')\n"_s,
+                                             socket});
+        client.waitForFinished(10000);
+        return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError()).trimmed();
+    };
+    QCOMPARE(reopenAsNobody(), u"refused"_s);
+    for (const QString& path : QStringList{m_home->path(), m_home->path() + u"/runtime"_s})
+        QVERIFY(QFile::setPermissions(path, QFile::permissions(path) | QFile::ExeOther));
+    QVERIFY(QFile::setPermissions(socket, QFile::permissions(socket) | QFile::ReadOther | QFile::WriteOther));
+    QCOMPARE(reopenAsNobody(), u"hung up"_s);
+
+    QTest::qWait(300);
+    QVERIFY(!first.output().contains(u"applicationShouldHandleReopen"_s));
+    QVERIFY(first.running());
 }
 
 QTEST_GUILESS_MAIN(TestLauncher)
