@@ -186,6 +186,12 @@ void SUUpdater::startCheck()
             reply->abort();
         }
     });
+    // The transfer time-out only notices silence; a server that trickles bytes
+    // for ever is stopped here.
+    QTimer::singleShot(m_host.deadline, reply, [reply] {
+        reply->setProperty("overdue", true);
+        reply->abort();
+    });
     connect(reply, &QNetworkReply::finished, this, &SUUpdater::finishCheck);
 }
 
@@ -200,6 +206,9 @@ void SUUpdater::finishCheck()
     if (reply->property("tooLarge").toBool()) {
         log(u"update check of "_s + url + u" stopped: the feed is larger than "_s
             + QString::number(m_host.maxFeedBytes) + u" bytes"_s);
+    } else if (reply->property("overdue").toBool()) {
+        log(u"update check of "_s + url + u" stopped: the feed did not arrive within "_s
+            + QString::number(m_host.deadline.count()) + u" ms"_s);
     } else if (reply->error() != QNetworkReply::NoError) {
         log(u"update check of "_s + url + u" failed: "_s + reply->errorString());
     } else {

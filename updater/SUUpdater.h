@@ -30,7 +30,8 @@ public:
         QString displayVersion; // shown beside the new version
         QString defaultsSuite;  // the application's own defaults
         std::chrono::seconds checkInterval{defaultCheckInterval};
-        std::chrono::milliseconds timeout{std::chrono::seconds(30)};
+        std::chrono::milliseconds timeout{std::chrono::seconds(30)}; // without a byte received
+        std::chrono::milliseconds deadline{std::chrono::minutes(2)}; // for the whole feed
         qint64 maxFeedBytes = 8 * 1024 * 1024;
     };
 

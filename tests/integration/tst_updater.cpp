@@ -3,13 +3,18 @@
 #include "platform/Platform.h"
 #include "tests/support/RecordingLogSink.h"
 #include "tests/support/TempHome.h"
+#include "updater/SUUpdateAlert.h"
 #include "updater/SUUpdater.h"
 #include "updater/SUUpdaterDelegate.h"
 #include "updater/SUUserDriver.h"
 
 #include <QDateTime>
+#include <QDesktopServices>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
 #include <QTest>
 #include <QThread>
 
@@ -53,6 +58,14 @@ struct Driver : SUUserDriver {
     }
 };
 
+// Stands in for the browser: notes the addresses it was asked to open.
+class Browser : public QObject {
+    Q_OBJECT
+public:
+    QList<QUrl> opened;
+    Q_INVOKABLE void open(const QUrl& url) { opened << url; }
+};
+
 } // namespace
 
 class TestUpdater : public QObject {
@@ -66,13 +79,17 @@ private Q_SLOTS:
     void badFeedsAreLoggedNotReported_data();
     void badFeedsAreLoggedNotReported();
     void silentServerTimesOut();
+    void hostileServersAreCutOff_data();
+    void hostileServersAreCutOff();
+    void downloadOpensOnlyWebAddresses();
     void configurationFromAnotherThread();
     void relaunchIsToldOnceOnTheMainThread();
     void scheduledCheckRunsWhenDue();
 
 private:
     std::unique_ptr<SUUpdater> make(SUUserDriver::Choice choice = SUUserDriver::Choice::RemindLater,
-                                    std::chrono::milliseconds timeout = 5s, qint64 maxBytes = 1 << 20);
+                                    std::chrono::milliseconds timeout = 5s, qint64 maxBytes = 1 << 20,
+                                    std::chrono::milliseconds deadline = 2min);
     QUrl writeFeed(const QByteArray& bytes);
 
     std::unique_ptr<TempHome> m_home;
@@ -94,7 +111,7 @@ void TestUpdater::init()
 }
 
 std::unique_ptr<SUUpdater> TestUpdater::make(SUUserDriver::Choice choice, std::chrono::milliseconds timeout,
-                                             qint64 maxBytes)
+                                             qint64 maxBytes, std::chrono::milliseconds deadline)
 {
     SUUpdater::Host host;
     host.bundleVersion = u"1.0"_s;
@@ -102,6 +119,7 @@ std::unique_ptr<SUUpdater> TestUpdater::make(SUUserDriver::Choice choice, std::c
     host.defaultsSuite = suite;
     host.timeout = timeout;
     host.maxFeedBytes = maxBytes;
+    host.deadline = deadline;
     return std::make_unique<SUUpdater>(host, std::make_unique<Driver>(&m_shown, choice));
 }
 
@@ -228,6 +246,79 @@ void TestUpdater::silentServerTimesOut()
     QVERIFY(finished.wait(5000));
     QCOMPARE(delegate.calls, QStringList());
     QVERIFY2(m_sink->lines().value(0).contains(u"failed"_s), qPrintable(m_sink->lines().value(0)));
+}
+
+void TestUpdater::hostileServersAreCutOff_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("logged");
+    QTest::newRow("never ends") << u"endless"_s << u"larger than"_s;
+    QTest::newRow("trickles") << u"trickle"_s << u"did not arrive within"_s;
+    QTest::newRow("redirects in a loop") << u"redirect"_s << u"failed: Too many redirects"_s;
+}
+
+void TestUpdater::hostileServersAreCutOff()
+{
+#if defined(__SANITIZE_THREAD__)
+    QSKIP("Qt's HTTP thread is not built with ThreadSanitizer and reports its own hand-overs");
+#endif
+    QFETCH(QString, kind);
+    QFETCH(QString, logged);
+    QTcpServer server;
+    QVERIFY(server.listen(QHostAddress::LocalHost));
+    connect(&server, &QTcpServer::newConnection, &server, [&server, kind] {
+        QTcpSocket* socket = server.nextPendingConnection();
+        connect(socket, &QTcpSocket::readyRead, socket, [socket, kind] {
+            if (!socket->readAll().contains("\r\n\r\n") || socket->property("answered").toBool())
+                return;
+            socket->setProperty("answered", true);
+            if (kind == u"redirect"_s) {
+                socket->write("HTTP/1.1 302 Found\r\nLocation: /appcast.xml\r\nContent-Length: 0\r\n\r\n");
+                socket->setProperty("answered", false); // the same connection asks again
+                return;
+            }
+            socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/rss+xml\r\n\r\n<rss>");
+            auto* timer = new QTimer(socket);
+            connect(timer, &QTimer::timeout, socket, [socket, kind] {
+                socket->write(kind == u"endless"_s ? QByteArray(64 * 1024, ' ') : QByteArray(" "));
+            });
+            timer->start(kind == u"endless"_s ? 1ms : 50ms);
+        });
+    });
+    auto updater = make(SUUserDriver::Choice::RemindLater, 5s, 1 << 20, 1s);
+    Recorder delegate;
+    updater->setDelegate(&delegate);
+    updater->setFeedURL(QUrl(u"http://127.0.0.1:%1/appcast.xml"_s.arg(server.serverPort())));
+    QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
+    updater->checkForUpdatesInBackground();
+    QVERIFY(finished.wait(10000));
+    QCOMPARE(delegate.calls, QStringList());
+    const QStringList lines = m_sink->lines();
+    QCOMPARE(lines.size(), 1);
+    QVERIFY2(lines.first().contains(logged), qPrintable(lines.first()));
+}
+
+// A feed's download link can name any scheme; only web pages go to the browser.
+void TestUpdater::downloadOpensOnlyWebAddresses()
+{
+    Browser browser;
+    const QStringList schemes{u"http"_s, u"https"_s, u"file"_s, u"javascript"_s, u"smb"_s, u"ftp"_s};
+    for (const QString& scheme : schemes)
+        QDesktopServices::setUrlHandler(scheme, &browser, "open");
+    const auto unset = qScopeGuard([&schemes] {
+        for (const QString& scheme : schemes)
+            QDesktopServices::unsetUrlHandler(scheme);
+    });
+    const QStringList refused{
+        u"file:///etc/passwd"_s,      u"javascript:alert(1)"_s, u"smb://host/share/q.deb"_s,
+        u"ftp://example.com/q.deb"_s, u"/opt/q.deb"_s,          u""_s};
+    for (const QString& address : refused)
+        QVERIFY2(!SUUpdateAlert::openDownloadPage(QUrl(address)), qPrintable(address));
+    QVERIFY(SUUpdateAlert::openDownloadPage(QUrl(u"https://example.com/q"_s)));
+    QVERIFY(SUUpdateAlert::openDownloadPage(QUrl(u"HTTP://example.com/q"_s)));
+    QCOMPARE(browser.opened,
+             (QList<QUrl>{QUrl(u"https://example.com/q"_s), QUrl(u"HTTP://example.com/q"_s)}));
+    QCOMPARE(m_sink->lines().size(), refused.size());
 }
 
 void TestUpdater::configurationFromAnotherThread()
