@@ -189,6 +189,7 @@ void TestUpdater::badFeedsAreLoggedNotReported_data()
     QTest::newRow("malformed") << u"malformed"_s << u"cannot be read"_s;
     QTest::newRow("not a feed") << u"html"_s << u"not an RSS feed"_s;
     QTest::newRow("several megabytes") << u"large"_s << u"larger than"_s;
+    QTest::newRow("endless device file") << u"zero"_s << u"cannot be read"_s; // read as empty, no hang
     QTest::newRow("missing file") << u"missing"_s << u"failed"_s;
     QTest::newRow("refused connection") << u"refused"_s << u"failed"_s;
     QTest::newRow("other scheme") << u"ftp"_s << u"not an https, http or file URL"_s;
@@ -212,6 +213,8 @@ void TestUpdater::badFeedsAreLoggedNotReported()
         url = writeFeed("<html/>");
     else if (kind == u"large"_s)
         url = writeFeed(feedWith("9.0").repeated(1).append(QByteArray(3 << 20, ' ')));
+    else if (kind == u"zero"_s)
+        url = QUrl(u"file:///dev/zero"_s);
     else if (kind == u"missing"_s)
         url = QUrl::fromLocalFile(m_home->path() + u"/none.xml"_s);
     else if (kind == u"refused"_s)
