@@ -95,6 +95,7 @@ private Q_SLOTS:
     void unreadableInfoIsLogged();
     void socketOfAKilledLauncherIsCleared();
     void anotherUserCannotReopen();
+    void sharedRuntimeFolderIsNotUsed();
 
 private:
     QString launcher() const { return m_home->path() + u"/bundle/bin/zelna-quorin"_s; }
@@ -304,6 +305,29 @@ void TestLauncher::anotherUserCannotReopen()
     QTest::qWait(300);
     QVERIFY(!first.output().contains(u"applicationShouldHandleReopen"_s));
     QVERIFY(first.running());
+}
+
+void TestLauncher::sharedRuntimeFolderIsNotUsed()
+{
+    writeInfo(infoPlist({}));
+    const QString runtime = m_home->path() + u"/runtime"_s;
+    QVERIFY(QFile::setPermissions(runtime, QFile::Permissions(0x7777)));
+    const QString temp = m_home->path() + u"/tmp"_s;
+    QVERIFY(QDir().mkpath(temp));
+    QProcessEnvironment env = m_env;
+    env.insert(u"TMPDIR"_s, temp);
+
+    Launch first(launcher(), env, {});
+    QVERIFY2(first.waitFor(u"window shown: MainWindow"_s), qPrintable(first.output()));
+    QVERIFY(QDir(runtime).entryList(QDir::System | QDir::Files).isEmpty());
+    const QString privateFolder = temp + u"/zelna-quorin-"_s + QString::number(::getuid());
+    QVERIFY(QFile::exists(privateFolder + u"/zelna-quorin.socket"_s));
+    QCOMPARE(QFile::permissions(privateFolder) & (QFile::ReadOther | QFile::WriteOther | QFile::ExeOther),
+             QFile::Permissions());
+
+    Launch second(launcher(), env, {});
+    QVERIFY(second.finish());
+    QVERIFY2(second.output().contains(u"handed over to the running launcher"_s), qPrintable(second.output()));
 }
 
 QTEST_GUILESS_MAIN(TestLauncher)
