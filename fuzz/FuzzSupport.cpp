@@ -4,6 +4,7 @@
 #include "platform/Platform.h"
 
 #include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -31,6 +32,13 @@ QString FuzzSupport::scratchFolder()
     if (!folder.isValid())
         fail("a scratch folder can be made", __FILE__, __LINE__);
     return folder.path();
+}
+
+void FuzzSupport::writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    FUZZ_CHECK(file.write(bytes) == bytes.size());
 }
 
 void FuzzSupport::fail(const char* condition, const char* file, int line)

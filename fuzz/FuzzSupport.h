@@ -20,6 +20,9 @@ inline QByteArray bytes(const std::uint8_t* data, std::size_t size)
 // A fresh private folder for targets that must go through real files.
 QString scratchFolder();
 
+// Replaces the file's contents with the input; stops the run when it cannot.
+void writeFile(const QString& path, const QByteArray& bytes);
+
 } // namespace FuzzSupport
 
 // Stops the run where a fuzz target's expectation does not hold.

@@ -4,8 +4,6 @@
 #include "platform/linux/DesktopApplications.h"
 #include "platform/linux/XdgLoginItems.h"
 
-#include <QFile>
-
 namespace {
 QString entryPath;
 }
@@ -19,10 +17,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    QFile file(entryPath);
-    FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    FUZZ_CHECK(file.write(FuzzSupport::bytes(data, size)) == qint64(size));
-    file.close();
+    FuzzSupport::writeFile(entryPath, FuzzSupport::bytes(data, size));
 
     const auto entry = DesktopApplications::readEntry(entryPath);
     if (!entry)

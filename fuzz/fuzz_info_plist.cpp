@@ -4,7 +4,6 @@
 #include "MacQuorin/Bundle.h"
 
 #include <QDir>
-#include <QFile>
 #include <QUrl>
 
 namespace {
@@ -25,10 +24,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    QFile file(infoPath);
-    FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    FUZZ_CHECK(file.write(FuzzSupport::bytes(data, size)) == qint64(size));
-    file.close();
+    FuzzSupport::writeFile(infoPath, FuzzSupport::bytes(data, size));
 
     const Bundle bundle(binFolder);
     for (const char* key : {"CFBundleIdentifier", "CFBundleShortVersionString", "CFBundleVersion",

@@ -4,8 +4,6 @@
 
 #include "MacQuorinFinder/ZLFileManager.h"
 
-#include <QFile>
-
 namespace {
 ZLFileManager* manager = nullptr;
 QString filePath;
@@ -25,10 +23,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const QByteArray bytes = FuzzSupport::bytes(data, size);
-    QFile file(filePath);
-    FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    FUZZ_CHECK(file.write(bytes) == bytes.size());
-    file.close();
+    FuzzSupport::writeFile(filePath, bytes);
 
     const std::optional<bool> state = manager->previewStateEnabled();
     // Only a real Boolean counts; a present answer must come from a file that says so.

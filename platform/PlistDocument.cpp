@@ -15,11 +15,22 @@ constexpr qint64 plistEpochOffset = 978307200;
 
 QVariant toVariant(plist_t node);
 
-QString takeString(char* text)
+// Calls visit(key, item) for each entry of a dictionary, in order.
+template <typename Visit> void forEachEntry(plist_t dict, Visit visit)
 {
-    const QString result = text ? QString::fromUtf8(text) : QString();
-    std::free(text);
-    return result;
+    plist_dict_iter iter = nullptr;
+    plist_dict_new_iter(dict, &iter);
+    for (;;) {
+        char* key = nullptr;
+        plist_t item = nullptr;
+        plist_dict_next_item(dict, iter, &key, &item);
+        const QByteArray name(key ? key : "");
+        std::free(key);
+        if (!item)
+            break;
+        visit(name, item);
+    }
+    std::free(iter);
 }
 
 // A binary list can name a key twice; a write would then change one entry
@@ -28,44 +39,19 @@ bool hasRepeatedKeys(plist_t dict)
 {
     QSet<QByteArray> seen;
     bool repeated = false;
-    plist_dict_iter iter = nullptr;
-    plist_dict_new_iter(dict, &iter);
-    for (;;) {
-        char* key = nullptr;
-        plist_t item = nullptr;
-        plist_dict_next_item(dict, iter, &key, &item);
-        if (!item) {
-            std::free(key);
-            break;
-        }
-        const QByteArray name(key);
-        std::free(key);
-        if (seen.contains(name)) {
-            repeated = true;
-            break;
-        }
-        seen.insert(name);
-    }
-    std::free(iter);
+    forEachEntry(dict, [&](const QByteArray& key, plist_t) {
+        repeated = repeated || seen.contains(key);
+        seen.insert(key);
+    });
     return repeated;
 }
 
 QVariant dictToVariant(plist_t dict)
 {
     QVariantMap map;
-    plist_dict_iter iter = nullptr;
-    plist_dict_new_iter(dict, &iter);
-    for (;;) {
-        char* key = nullptr;
-        plist_t item = nullptr;
-        plist_dict_next_item(dict, iter, &key, &item);
-        if (!item) {
-            std::free(key);
-            break;
-        }
-        map.insert(takeString(key), toVariant(item));
-    }
-    std::free(iter);
+    forEachEntry(dict, [&map](const QByteArray& key, plist_t item) {
+        map.insert(QString::fromUtf8(key), toVariant(item));
+    });
     return map;
 }
 
