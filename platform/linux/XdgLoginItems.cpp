@@ -77,21 +77,24 @@ bool needsQuoting(const QString& text)
 
 QString XdgLoginItems::execWithProgram(const QString& exec, const QString& absoluteProgram)
 {
+    // The first word ends at the first blank outside quotes, the way GLib splits
+    // the line: "/usr/bin/en"v is one word.
+    const auto blank = [](QChar c) { return c == u' ' || c == u'\t' || c == u'\n'; };
     qsizetype i = 0;
-    while (i < exec.size() && exec[i] == u' ')
+    while (i < exec.size() && blank(exec[i]))
         ++i;
-    if (i < exec.size() && exec[i] == u'"') {
-        for (++i; i < exec.size(); ++i) {
-            if (exec[i] == u'\\') {
-                ++i;
-            } else if (exec[i] == u'"') {
-                ++i;
-                break;
-            }
-        }
-    } else {
-        while (i < exec.size() && exec[i] != u' ')
+    QChar quote;
+    for (; i < exec.size(); ++i) {
+        const QChar c = exec[i];
+        if (quote.isNull() && blank(c))
+            break;
+        if (c == u'\\' && quote != u'\'') {
             ++i;
+        } else if (quote.isNull() && (c == u'"' || c == u'\'')) {
+            quote = c;
+        } else if (c == quote) {
+            quote = QChar();
+        }
     }
     QString program = absoluteProgram;
     program.replace(u'%', u"%%"_s);

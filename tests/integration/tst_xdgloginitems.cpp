@@ -70,6 +70,11 @@ void TestXdgLoginItems::execGetsAnAbsoluteProgram_data()
     QTest::newRow("quoted program") << u"\"my svc\" -x"_s << u"/opt/my svc"_s << u"\"/opt/my svc\" -x"_s;
     QTest::newRow("escapes inside quotes") << u"\"a\\\"b\" -x"_s << u"/o/a\"b$"_s << u"\"/o/a\\\"b\\$\" -x"_s;
     QTest::newRow("percent in path") << u"svc"_s << u"/o/100%"_s << u"/o/100%%"_s;
+    // GLib reads these as one word; a cut inside it would name another program.
+    QTest::newRow("quoted part joined to plain")
+        << u"\"/usr/bin/en\"v -x"_s << u"/usr/bin/env"_s << u"/usr/bin/env -x"_s;
+    QTest::newRow("single quotes with a blank")
+        << u"'my svc' %U"_s << u"/opt/my svc"_s << u"\"/opt/my svc\" %U"_s;
 }
 
 void TestXdgLoginItems::execGetsAnAbsoluteProgram()
