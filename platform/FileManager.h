@@ -38,7 +38,9 @@ public:
     // One folder; its parent must exist already.
     virtual std::optional<ZLError> createDirectory(const QString& path) = 0;
     virtual std::optional<ZLError> removeItem(const QString& path) = 0;
+    // The whole of a regular file of at most maxContentsSize bytes; anything else is an error.
     virtual std::variant<QByteArray, ZLError> contents(const QString& path) = 0;
+    static constexpr qint64 maxContentsSize = 16 * 1024 * 1024;
     // A plain write: created or truncated, then written; not atomic. A write
     // that fails part-way removes the file.
     virtual std::optional<ZLError> write(const QString& path, const QByteArray& bytes) = 0;

@@ -1,4 +1,5 @@
 #include "MacQuorinFinder/ZLFileManager.h"
+#include "platform/FileManager.h"
 #include "tests/support/RecordingLogSink.h"
 #include "tests/support/TempHome.h"
 
@@ -34,6 +35,8 @@ private Q_SLOTS:
     void writingNothingIsRefused();
     void readFailures_data();
     void readFailures();
+    void somethingElseInTheFilesPlace_data();
+    void somethingElseInTheFilesPlace();
     void codingKeys();
     void readersNeverSeeAMixedFile();
 
@@ -193,6 +196,36 @@ void TestZLFileManager::readFailures()
     if (!logged.isEmpty())
         QVERIFY2(lines.first().contains(u"Error Domain=NSCocoaErrorDomain "_s + logged),
                  qPrintable(lines.first()));
+}
+
+void TestZLFileManager::somethingElseInTheFilesPlace_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::newRow("a pipe nobody writes") << u"pipe"_s;
+    QTest::newRow("an endless device") << u"device"_s;
+    QTest::newRow("a huge file") << u"huge"_s;
+}
+
+// Any program of the user can put these there; reading must neither hang nor fill memory.
+void TestZLFileManager::somethingElseInTheFilesPlace()
+{
+    QFETCH(QString, kind);
+    ZLFileManager manager;
+    QVERIFY(manager.communicationFileURL());
+    const QString file = commFile();
+    if (kind == u"pipe"_s) {
+        QCOMPARE(::mkfifo(QFile::encodeName(file).constData(), 0600), 0);
+    } else if (kind == u"device"_s) {
+        QVERIFY(QFile::link(u"/dev/zero"_s, file));
+    } else {
+        QFile huge(file);
+        QVERIFY(huge.open(QIODevice::WriteOnly));
+        QVERIFY(huge.resize(FileManager::maxContentsSize + 1)); // sparse: costs no disk
+    }
+    QCOMPARE(manager.previewStateEnabled(), std::optional<bool>());
+    QCOMPARE(m_sink->lines().size(), 1);
+    QVERIFY2(m_sink->lines().first().contains(u"Error Domain=NSCocoaErrorDomain Code=263 "_s),
+             qPrintable(m_sink->lines().first()));
 }
 
 void TestZLFileManager::codingKeys()
