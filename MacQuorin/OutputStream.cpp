@@ -8,6 +8,11 @@ OutputStream::OutputStream(QString path, bool append) : m_file(std::move(path)),
 
 OutputStream::~OutputStream()
 {
+    {
+        // Waits for an event being delivered right now; later ones find nothing.
+        const std::lock_guard lock(m_presence->mutex);
+        m_presence->stream = nullptr;
+    }
     if (m_runner)
         m_runner->deleteLater();
 }
@@ -23,10 +28,10 @@ void OutputStream::post(int event)
 {
     if (!m_runner)
         return; // not scheduled: nobody hears it
-    OutputStream* self = this;
-    QPointer<WorkRunner> runner = m_runner;
-    m_runner->post([self, runner, event] {
-        if (runner && self->m_delegate)
+    m_runner->post([presence = m_presence, event] {
+        const std::lock_guard lock(presence->mutex);
+        OutputStream* self = presence->stream;
+        if (self && self->m_delegate)
             self->m_delegate->stream(self, event);
     });
 }

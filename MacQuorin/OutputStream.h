@@ -3,8 +3,9 @@
 #include "platform/ZLError.h"
 
 #include <QFile>
-#include <QPointer>
 
+#include <memory>
+#include <mutex>
 #include <optional>
 
 class OutputStream;
@@ -46,11 +47,19 @@ public:
     void post(int event);
 
 private:
+    // Shared with queued events: they find no stream once it is gone.
+    struct Presence {
+        explicit Presence(OutputStream* s) : stream(s) { }
+        std::recursive_mutex mutex;
+        OutputStream* stream;
+    };
+
     void fail(const QString& what);
 
     QFile m_file;
     bool m_append;
     StreamDelegate* m_delegate = nullptr;
-    QPointer<WorkRunner> m_runner;
+    WorkRunner* m_runner = nullptr; // lives on the scheduling thread, deleted there
+    std::shared_ptr<Presence> m_presence = std::make_shared<Presence>(this);
     std::optional<ZLError> m_error;
 };

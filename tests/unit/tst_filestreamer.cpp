@@ -18,6 +18,7 @@ private Q_SLOTS:
     void noStreamDoesNothing();
     void errorEventsAreReportedOthersIgnored();
     void eventsArriveOnTheThreadThatStarted();
+    void eventsQueuedForAStreamThatIsGoneAreDropped();
     void appendsToTheFile();
 
 private:
@@ -94,6 +95,22 @@ void TestFileStreamer::eventsArriveOnTheThreadThatStarted()
     QVERIFY(done.try_acquire_for(std::chrono::seconds(5)));
     QCOMPARE(recorder.events, (QList<int>{OutputStream::OpenCompleted, OutputStream::HasSpaceAvailable}));
     QCOMPARE(recorder.thread, queueThread);
+}
+
+void TestFileStreamer::eventsQueuedForAStreamThatIsGoneAreDropped()
+{
+    struct Recorder : StreamDelegate {
+        int events = 0;
+        void stream(OutputStream*, int) override { ++events; }
+    } recorder;
+    {
+        OutputStream stream(m_dir.filePath(u"gone"_s), true);
+        stream.setDelegate(&recorder);
+        stream.scheduleInCurrentRunLoop();
+        stream.post(OutputStream::HasSpaceAvailable);
+    } // gone before the event loop runs
+    QTest::qWait(20);
+    QCOMPARE(recorder.events, 0);
 }
 
 void TestFileStreamer::appendsToTheFile()
