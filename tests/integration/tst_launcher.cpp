@@ -5,7 +5,6 @@
 #include <QProcess>
 #include <QTest>
 
-#include <grp.h>
 #include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
@@ -280,10 +279,7 @@ void TestLauncher::anotherUserCannotReopen()
 
     auto reopenAsNobody = [&socket] {
         QProcess client;
-        client.setChildProcessModifier([] {
-            if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
-                ::_exit(126);
-        });
+        TempHome::runAsNobody(client);
         client.start(u"/usr/bin/python3"_s, {u"-c"_s,
                                              u"import socket, sys\n"
                                              u"s = socket.socket(socket.AF_UNIX)\n"
@@ -297,8 +293,8 @@ void TestLauncher::anotherUserCannotReopen()
         return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError()).trimmed();
     };
     QCOMPARE(reopenAsNobody(), u"refused"_s);
-    for (const QString& path : QStringList{m_home->path(), m_home->path() + u"/runtime"_s})
-        QVERIFY(QFile::setPermissions(path, QFile::permissions(path) | QFile::ExeOther));
+    QVERIFY(TempHome::letOthersThrough(m_home->path())
+            && TempHome::letOthersThrough(m_home->path() + u"/runtime"_s));
     QVERIFY(QFile::setPermissions(socket, QFile::permissions(socket) | QFile::ReadOther | QFile::WriteOther));
     QCOMPARE(reopenAsNobody(), u"hung up"_s);
 

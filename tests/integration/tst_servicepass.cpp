@@ -9,7 +9,6 @@
 
 #include <csignal>
 
-#include <grp.h>
 #include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
@@ -40,6 +39,13 @@ private Q_SLOTS:
 
 private:
     PassResult runPass();
+    bool writeFlag(const QByteArray& value, const QByteArray& more = {}) const
+    {
+        return TempHome::writeFile(m_home->configHome() + suiteFile,
+                                   "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>QREnabled</key>"
+                                   "<string>"
+                                       + value + "</string>" + more + "</dict></plist>");
+    }
     QStringList starts() const;
     QString python(const QString& script) const
     {
@@ -128,9 +134,7 @@ void TestServicePass::firstLaunchEnablesAndStartsTheService()
 
 void TestServicePass::alreadyRunningServiceIsNotStartedAgain()
 {
-    QVERIFY(TempHome::writeFile(m_home->configHome() + suiteFile,
-                                "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>QREnabled</key>"
-                                "<string>1</string><key>Mine</key><integer>5</integer></dict></plist>"));
+    QVERIFY(writeFlag("1", "<key>Mine</key><integer>5</integer>"));
     QProcess running;
     running.setProcessEnvironment(m_env);
     running.start(m_service, {});
@@ -149,9 +153,7 @@ void TestServicePass::alreadyRunningServiceIsNotStartedAgain()
 
 void TestServicePass::disabledKillsEveryInstanceAndRemovesTheLoginItem()
 {
-    QVERIFY(TempHome::writeFile(m_home->configHome() + suiteFile,
-                                "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>QREnabled</key>"
-                                "<string>0</string></dict></plist>"));
+    QVERIFY(writeFlag("0"));
     const QString autostart = m_home->autostartDir() + u'/' + service + u".desktop"_s;
     QVERIFY(TempHome::writeFile(autostart, "[Desktop Entry]\nType=Application\nName=S\nExec=x\n"));
     QProcess first;
@@ -186,31 +188,21 @@ void TestServicePass::anotherUsersServiceIsNeitherCountedNorKilled()
 {
     if (::geteuid() != 0)
         QSKIP("needs root to start a process as another user");
-    constexpr uid_t nobody = 65534;
     // The other user must be able to run the very same program.
-    QFile::setPermissions(m_home->path(),
-                          QFile::permissions(m_home->path()) | QFile::ExeOther | QFile::ExeGroup);
-    QFile::setPermissions(m_home->path() + u"/bin"_s,
-                          QFile::permissions(m_home->path() + u"/bin"_s) | QFile::ExeOther | QFile::ExeGroup);
+    QVERIFY(TempHome::letOthersThrough(m_home->path())
+            && TempHome::letOthersThrough(m_home->path() + u"/bin"_s));
     QProcess theirs;
     theirs.setProcessEnvironment(m_env);
-    theirs.setChildProcessModifier([] {
-        if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0)
-            ::_exit(126);
-    });
+    TempHome::runAsNobody(theirs);
     theirs.start(m_service, {});
     QVERIFY(theirs.waitForStarted());
     QVERIFY(!theirs.waitForFinished(300));
 
-    QVERIFY(TempHome::writeFile(m_home->configHome() + suiteFile,
-                                "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>QREnabled</key>"
-                                "<string>0</string></dict></plist>"));
+    QVERIFY(writeFlag("0"));
     QCOMPARE(runPass().out, u"completions=1 thread=main"_s);
     QVERIFY(!theirs.waitForFinished(300)); // not killed
 
-    QVERIFY(TempHome::writeFile(m_home->configHome() + suiteFile,
-                                "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>QREnabled</key>"
-                                "<string>1</string></dict></plist>"));
+    QVERIFY(writeFlag("1"));
     QCOMPARE(runPass().out, u"completions=1 thread=other"_s); // theirs does not count as running
     QTRY_COMPARE(starts().size(), 1);
     QCOMPARE(theirs.state(), QProcess::Running);

@@ -5,6 +5,9 @@
 #include <QFileInfo>
 #include <QProcess>
 
+#include <grp.h>
+#include <unistd.h>
+
 using namespace Qt::Literals::StringLiterals;
 
 TempHome::TempHome()
@@ -66,4 +69,17 @@ QString TempHome::plistPython(const QString& script, const QString& file)
     process.start(u"python3"_s, {u"-c"_s, u"import plistlib,sys\nf=sys.argv[1]\n"_s + script, file});
     process.waitForFinished(30000);
     return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()).trimmed();
+}
+
+void TempHome::runAsNobody(QProcess& process)
+{
+    process.setChildProcessModifier([] {
+        if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0)
+            ::_exit(126);
+    });
+}
+
+bool TempHome::letOthersThrough(const QString& folder)
+{
+    return QFile::setPermissions(folder, QFile::permissions(folder) | QFile::ExeGroup | QFile::ExeOther);
 }

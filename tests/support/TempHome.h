@@ -1,8 +1,11 @@
 #pragma once
 
+#include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
+
+#include <sys/types.h>
 
 // A throw-away home with its own XDG directories, so tests touch nothing of the user's.
 class TempHome {
@@ -31,6 +34,12 @@ public:
     // answers what it printed.
     static QString plistPython(const QString& script, const QString& file);
     static bool writeFile(const QString& path, const QByteArray& bytes);
+
+    // For tests that act as a second user (they need root).
+    static constexpr uid_t nobody = 65534;
+    static void runAsNobody(QProcess& process);
+    // Lets other users pass through the folder.
+    static bool letOthersThrough(const QString& folder);
 
 private:
     QTemporaryDir m_dir;
