@@ -21,6 +21,17 @@ namespace {
 
 constexpr int lockTimeoutMs = 10000;
 
+// A writer killed between creating the lock file and writing its owner into it
+// leaves a lock that names nobody; Qt then waits for it to age. A write holds the
+// lock for milliseconds, so one older than this is stale.
+constexpr int staleLockMs = 2000;
+
+bool lockSuite(QLockFile& lock)
+{
+    lock.setStaleLockTime(staleLockMs);
+    return lock.tryLock(lockTimeoutMs);
+}
+
 // Why a lock could not be taken, in words for the log.
 QString lockFailure(const QLockFile& lock, const QString& directory)
 {
@@ -89,7 +100,7 @@ QVariant PlistDefaultsSuite::value(const QString& key)
         // Another writer may have replaced the file since it was read: look
         // again under the lock before moving anything aside.
         QLockFile lock(m_filePath + u".lock"_s);
-        if (lock.tryLock(lockTimeoutMs) && load(document) == State::Corrupt)
+        if (lockSuite(lock) && load(document) == State::Corrupt)
             moveAside();
         return document ? document->value(key) : QVariant();
     }
@@ -108,7 +119,7 @@ bool PlistDefaultsSuite::setValue(const QString& key, const QVariant& value)
         return false;
     }
     QLockFile lock(m_filePath + u".lock"_s);
-    if (!lock.tryLock(lockTimeoutMs)) {
+    if (!lockSuite(lock)) {
         SystemLog::logText(u"Cannot lock defaults file "_s + m_filePath + u": "_s
                            + lockFailure(lock, directory) + u"; "_s + key + u" not stored"_s);
         return false;
