@@ -4,32 +4,71 @@
 #include "platform/SystemLog.h"
 
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
+#include <QRandomGenerator>
 #include <QSaveFile>
+#include <QThread>
 
 #include <cerrno>
 #include <cstring>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-constexpr int lockTimeoutMs = 10000;
+// A holder that keeps the lock this long without handing it on is hung.
+constexpr int stuckLockMs = 10000;
 
 // A writer killed between creating the lock file and writing its owner into it
 // leaves a lock that names nobody; Qt then waits for it to age. A write holds the
-// lock for milliseconds, so one older than this is stale.
+// lock for milliseconds, so one older than this is stale. (A live holder's lock
+// is never taken over: Qt keeps it flock()ed.)
 constexpr int staleLockMs = 2000;
 
+// Which lock file is there: each holder makes a new one.
+struct LockIdentity {
+    ino_t inode = 0;
+    long seconds = 0;
+    long nanoseconds = 0;
+    bool operator==(const LockIdentity&) const = default;
+};
+
+LockIdentity identify(const QString& path)
+{
+    struct stat status { };
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0)
+        return {};
+    return {status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
+// Waits for the lock as long as its holders keep changing: a busy suite delays
+// a write but never drops it. QLockFile's own timed wait backs off to one try
+// every few seconds, loses to writers that try sooner, and gives up.
 bool lockSuite(QLockFile& lock)
 {
     lock.setStaleLockTime(staleLockMs);
-    return lock.tryLock(lockTimeoutMs);
+    QDeadlineTimer stuck(stuckLockMs);
+    LockIdentity holder = identify(lock.fileName());
+    for (;;) {
+        if (lock.tryLock(0))
+            return true;
+        if (lock.error() != QLockFile::LockFailedError)
+            return false;
+        if (const LockIdentity now = identify(lock.fileName()); now != holder) {
+            holder = now;
+            stuck.setRemainingTime(stuckLockMs);
+        } else if (stuck.hasExpired()) {
+            return false;
+        }
+        QThread::msleep(QRandomGenerator::global()->bounded(2, 20));
+    }
 }
 
 // Why a lock could not be taken, in words for the log.

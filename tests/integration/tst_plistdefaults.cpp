@@ -5,8 +5,10 @@
 #include "tests/support/TempHome.h"
 
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QLockFile>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QSet>
@@ -39,6 +41,7 @@ private Q_SLOTS:
     void unsafeListsAreSetAsideNotFatal();
     void writersKilledAtRandomLoseNoAcknowledgedKey();
     void lockNamingNoOwnerGoesStale();
+    void busySuiteDelaysAWriteButNeverDropsIt();
 
 private:
     QString suiteFile() const { return m_home->configHome() + u'/' + suiteName + u".plist"_s; }
@@ -273,6 +276,29 @@ void TestPlistDefaults::lockNamingNoOwnerGoesStale()
     timer.start();
     QVERIFY(m_store.open(suiteName)->setValue(u"QREnabled"_s, u"1"_s));
     QVERIFY(timer.elapsed() < 5000);
+}
+
+// Another program that writes for longer than a writer would wait for any one
+// holder: the writer waits as long as the lock keeps changing hands, then
+// stores its key. Waiting with growing pauses lost the race and the key.
+void TestPlistDefaults::busySuiteDelaysAWriteButNeverDropsIt()
+{
+    QVERIFY(QDir().mkpath(m_home->configHome()));
+    const QString lockFile = suiteFile() + u".lock"_s;
+    QProcess writer;
+    std::unique_ptr<QThread> busy(QThread::create([&lockFile] {
+        for (QDeadlineTimer busyFor(12000); !busyFor.hasExpired();) {
+            QLockFile held(lockFile);
+            QThread::msleep(held.tryLock() ? 20 : 1);
+        }
+    }));
+    busy->start();
+    writer.setProcessEnvironment(m_home->environment());
+    writer.start(QStringLiteral(ZQ_DEFAULTS_WRITER), {suiteName, u"late"_s, u"1"_s});
+    QVERIFY(busy->wait(30000));
+    QVERIFY(writer.waitForFinished(30000));
+    QCOMPARE(writer.exitCode(), 0);
+    QCOMPARE(m_store.open(suiteName)->value(u"late-0"_s), QVariant(u"0"_s));
 }
 
 QTEST_GUILESS_MAIN(TestPlistDefaults)
