@@ -94,8 +94,7 @@ void TestLinuxWorkspace::initTestCase()
 
 void TestLinuxWorkspace::cleanupTestCase()
 {
-    for (const QString& line : TempHome::readFile(m_starts).split(u'\n', Qt::SkipEmptyParts))
-        ::kill(static_cast<pid_t>(line.section(u' ', 0, 0).toLongLong()), SIGKILL);
+    TempHome::killAll(testService);
 }
 
 void TestLinuxWorkspace::installedMeansTheProgramResolves()

@@ -1,5 +1,7 @@
 #include "TempHome.h"
 
+#include "platform/linux/ProcFs.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -71,8 +73,27 @@ QString TempHome::plistPython(const QString& script, const QString& file)
     return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()).trimmed();
 }
 
+void TempHome::killAll(const QString& program)
+{
+    const ProcFs procFs;
+    for (const ProcFs::Process& process : procFs.processes()) {
+        if (process.uid == ::geteuid() && process.executable == program)
+            procFs.kill(process.pid, program, process.uid);
+    }
+}
+
 void TempHome::runAsNobody(QProcess& process)
 {
+    // The other user cannot read this checkout (it may be private, or made with
+    // a strict umask): a sanitizer told to read its suppressions from there
+    // would end the program before it starts.
+    QProcessEnvironment env = process.processEnvironment();
+    if (env.isEmpty())
+        env = QProcessEnvironment::systemEnvironment();
+    QStringList options = env.value(u"TSAN_OPTIONS"_s).split(u' ', Qt::SkipEmptyParts);
+    options.removeIf([](const QString& option) { return option.startsWith(u"suppressions="_s); });
+    env.insert(u"TSAN_OPTIONS"_s, options.join(u' '));
+    process.setProcessEnvironment(env);
     process.setChildProcessModifier([] {
         if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0)
             ::_exit(126);

@@ -34,9 +34,13 @@ public:
     // answers what it printed.
     static QString plistPython(const QString& script, const QString& file);
     static bool writeFile(const QString& path, const QByteArray& bytes);
+    // Ends this user's processes running PROGRAM. Never by a pid noted
+    // earlier: that process may have ended and its pid gone to another.
+    static void killAll(const QString& program);
 
     // For tests that act as a second user (they need root).
     static constexpr uid_t nobody = 65534;
+    // Call after setting the process's environment.
     static void runAsNobody(QProcess& process);
     // Lets other users pass through the folder.
     static bool letOthersThrough(const QString& folder);
