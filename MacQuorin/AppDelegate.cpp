@@ -1,15 +1,15 @@
 #include "AppDelegate.h"
 
-#include "MacQuorin/Application.h"
-#include "MacQuorin/Bundle.h"
-#include "MacQuorin/DispatchQueue.h"
-#include "MacQuorin/ServiceEnableHandler.h"
-#include "MacQuorin/Storyboard.h"
-#include "MacQuorin/UpdateDelegate.h"
-#include "MacQuorin/WindowController.h"
-#include "platform/Platform.h"
-#include "platform/SystemLog.h"
-#include "platform/Workspace.h"
+#include "Application.h"
+#include "Bundle.h"
+#include "DispatchQueue.h"
+#include "ServiceEnableHandler.h"
+#include "Storyboard.h"
+#include "UpdateDelegate.h"
+#include "WindowController.h"
+#include "Platform.h"
+#include "SystemLog.h"
+#include "Workspace.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;

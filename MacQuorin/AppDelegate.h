@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacQuorin/ApplicationDelegate.h"
+#include "ApplicationDelegate.h"
 
 #include <QString>
 

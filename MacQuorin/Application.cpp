@@ -1,7 +1,7 @@
 #include "Application.h"
 
-#include "MacQuorin/ApplicationDelegate.h"
-#include "MacQuorin/LauncherLogging.h"
+#include "ApplicationDelegate.h"
+#include "LauncherLogging.h"
 
 #include <QApplication>
 #include <QWidget>

@@ -1,13 +1,13 @@
 #include "ApplicationMain.h"
 
-#include "MacQuorin/AppDelegate.h"
-#include "MacQuorin/Application.h"
-#include "MacQuorin/Bundle.h"
-#include "MacQuorin/LauncherLogging.h"
-#include "platform/InstanceChannel.h"
-#include "platform/Platform.h"
-#include "updater/SUStandardUserDriver.h"
-#include "updater/SUUpdater.h"
+#include "AppDelegate.h"
+#include "Application.h"
+#include "Bundle.h"
+#include "LauncherLogging.h"
+#include "InstanceChannel.h"
+#include "Platform.h"
+#include "SUStandardUserDriver.h"
+#include "SUUpdater.h"
 
 #include <QApplication>
 

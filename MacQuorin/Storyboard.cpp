@@ -1,9 +1,9 @@
 #include "Storyboard.h"
 
-#include "MacQuorin/Bundle.h"
-#include "MacQuorin/ViewController.h"
-#include "MacQuorin/WindowController.h"
-#include "MacQuorin/ZLButton.h"
+#include "Bundle.h"
+#include "ViewController.h"
+#include "WindowController.h"
+#include "ZLButton.h"
 
 #include <QCoreApplication>
 #include <QFile>

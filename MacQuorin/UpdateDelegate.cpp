@@ -1,11 +1,11 @@
 #include "UpdateDelegate.h"
 
-#include "MacQuorin/AppDelegate.h"
-#include "MacQuorin/Bundle.h"
-#include "MacQuorin/DispatchQueue.h"
-#include "platform/LoginItems.h"
-#include "platform/Platform.h"
-#include "updater/SUUpdater.h"
+#include "AppDelegate.h"
+#include "Bundle.h"
+#include "DispatchQueue.h"
+#include "LoginItems.h"
+#include "Platform.h"
+#include "SUUpdater.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "updater/SUUpdaterDelegate.h"
+#include "SUUpdaterDelegate.h"
 
 #include <QString>
 

@@ -1,12 +1,12 @@
 #include "ViewController.h"
 
-#include "MacQuorin/Bundle.h"
-#include "MacQuorin/ServiceEnableHandler.h"
-#include "MacQuorin/ZLButton.h"
-#include "MacQuorinFinder/ZLFileManager.h"
-#include "platform/OsVersion.h"
-#include "platform/Platform.h"
-#include "platform/Workspace.h"
+#include "Bundle.h"
+#include "ServiceEnableHandler.h"
+#include "ZLButton.h"
+#include "ZLFileManager.h"
+#include "OsVersion.h"
+#include "Platform.h"
+#include "Workspace.h"
 
 #include <QAbstractButton>
 #include <QFontDatabase>

@@ -1,7 +1,7 @@
 #include "WindowController.h"
 
-#include "MacQuorin/LauncherLogging.h"
-#include "MacQuorin/ViewController.h"
+#include "LauncherLogging.h"
+#include "ViewController.h"
 
 WindowController::WindowController(std::unique_ptr<QWidget> window, std::unique_ptr<ViewController> content)
     : m_window(std::move(window))

@@ -1,4 +1,4 @@
-#include "MacQuorin/ApplicationMain.h"
+#include "ApplicationMain.h"
 
 int main(int argc, char* argv[])
 {

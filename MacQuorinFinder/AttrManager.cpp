@@ -1,7 +1,7 @@
 #include "AttrManager.h"
 
-#include "platform/FileManager.h"
-#include "platform/Platform.h"
+#include "FileManager.h"
+#include "Platform.h"
 
 std::optional<QByteArray> AttrManager::readValue(const QString& name, const QUrl& url, int len) const
 {

@@ -1,11 +1,11 @@
 #include "ZLFileManager.h"
 
-#include "MacQuorin/CLogger.h"
-#include "MacQuorin/DispatchQueue.h"
-#include "platform/FileManager.h"
-#include "platform/FileURL.h"
-#include "platform/Platform.h"
-#include "platform/SystemLog.h"
+#include "CLogger.h"
+#include "DispatchQueue.h"
+#include "FileManager.h"
+#include "FileURL.h"
+#include "Platform.h"
+#include "SystemLog.h"
 
 #include <QDir>
 #include <QPointer>

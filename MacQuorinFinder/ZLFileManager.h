@@ -1,8 +1,8 @@
 #pragma once
 
-#include "MacQuorinFinder/AttrManager.h"
+#include "AttrManager.h"
 
-#include "platform/ZLError.h"
+#include "ZLError.h"
 
 #include <QObject>
 #include <QUrl>

@@ -1,9 +1,9 @@
 // Runs one whole file aggregation of the given paths and reports the count,
 // the time and the memory: resident before, resident with the result held,
 // and the peak. Used by aggregation.sh.
-#include "MacQuorinFinder/ZLFileManager.h"
-#include "platform/LogSink.h"
-#include "platform/Platform.h"
+#include "ZLFileManager.h"
+#include "LogSink.h"
+#include "Platform.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -1,11 +1,11 @@
 // One enabled launch pass against the real Linux adapters, with about 500 of
 // the user's processes running and the service already up. The election
 // command is replaced by a no-op so its own run time is left out.
-#include "MacQuorin/ServiceEnableHandler.h"
-#include "platform/CommandRunner.h"
-#include "platform/LoginItems.h"
-#include "platform/Workspace.h"
-#include "platform/Platform.h"
+#include "ServiceEnableHandler.h"
+#include "CommandRunner.h"
+#include "LoginItems.h"
+#include "Workspace.h"
+#include "Platform.h"
 
 #include <QDir>
 #include <QFile>

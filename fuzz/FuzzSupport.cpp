@@ -1,7 +1,7 @@
 #include "FuzzSupport.h"
 
-#include "platform/LogSink.h"
-#include "platform/Platform.h"
+#include "LogSink.h"
+#include "Platform.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,7 +1,7 @@
 // The update feed comes from the network.
 #include "FuzzSupport.h"
 
-#include "updater/SUAppcast.h"
+#include "SUAppcast.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {

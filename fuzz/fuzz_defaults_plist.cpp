@@ -1,7 +1,7 @@
 // The defaults file is outside input: any program of the user can write it.
 #include "FuzzSupport.h"
 
-#include "platform/PlistDocument.h"
+#include "PlistDocument.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {

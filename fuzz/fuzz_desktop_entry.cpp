@@ -2,8 +2,8 @@
 // the service's entry is also copied into the user's autostart folder.
 #include "FuzzSupport.h"
 
-#include "platform/linux/DesktopApplications.h"
-#include "platform/linux/XdgLoginItems.h"
+#include "DesktopApplications.h"
+#include "XdgLoginItems.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,7 +1,7 @@
 // The bundle's Info.plist, read the way the launcher reads it at start.
 #include "FuzzSupport.h"
 
-#include "MacQuorin/Bundle.h"
+#include "Bundle.h"
 
 #include <QDir>
 #include <QUrl>

@@ -2,7 +2,7 @@
 // The input is the format, then optionally a NUL and text arguments separated by NULs.
 #include "FuzzSupport.h"
 
-#include "platform/PrintfFormat.h"
+#include "PrintfFormat.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {

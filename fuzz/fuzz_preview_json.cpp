@@ -2,7 +2,7 @@
 // exactly as the settings window reads it.
 #include "FuzzSupport.h"
 
-#include "MacQuorinFinder/ZLFileManager.h"
+#include "ZLFileManager.h"
 
 namespace {
 ZLFileManager* manager = nullptr;

@@ -2,7 +2,7 @@
 // versions separated by the first line break.
 #include "FuzzSupport.h"
 
-#include "updater/SUStandardVersionComparator.h"
+#include "SUStandardVersionComparator.h"
 
 namespace {
 int sign(int value)

@@ -1,6 +1,6 @@
 #include "ProcessCommandRunner.h"
 
-#include "platform/SystemLog.h"
+#include "SystemLog.h"
 
 #include <QProcess>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/CommandRunner.h"
+#include "CommandRunner.h"
 
 // Runs commands with QProcess, standard streams inherited.
 class ProcessCommandRunner : public CommandRunner {

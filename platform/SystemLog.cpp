@@ -1,8 +1,8 @@
 #include "SystemLog.h"
 
-#include "platform/LogSink.h"
-#include "platform/Platform.h"
-#include "platform/PrintfFormat.h"
+#include "LogSink.h"
+#include "Platform.h"
+#include "PrintfFormat.h"
 
 void SystemLog::log(const QString& format)
 {

@@ -1,6 +1,6 @@
 #include "SUAppcast.h"
 
-#include "updater/SUStandardVersionComparator.h"
+#include "SUStandardVersionComparator.h"
 
 #include <QXmlStreamReader>
 

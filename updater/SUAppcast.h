@@ -1,6 +1,6 @@
 #pragma once
 
-#include "updater/SUAppcastItem.h"
+#include "SUAppcastItem.h"
 
 #include <QByteArray>
 #include <QList>

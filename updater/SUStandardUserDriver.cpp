@@ -1,6 +1,6 @@
 #include "SUStandardUserDriver.h"
 
-#include "updater/SUUpdateAlert.h"
+#include "SUUpdateAlert.h"
 
 #include <QLoggingCategory>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "updater/SUUserDriver.h"
+#include "SUUserDriver.h"
 
 #include <QString>
 

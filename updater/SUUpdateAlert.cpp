@@ -1,6 +1,6 @@
 #include "SUUpdateAlert.h"
 
-#include "platform/SystemLog.h"
+#include "SystemLog.h"
 
 #include <QCloseEvent>
 #include <QDesktopServices>

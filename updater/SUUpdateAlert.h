@@ -1,7 +1,7 @@
 #pragma once
 
-#include "updater/SUAppcastItem.h"
-#include "updater/SUUserDriver.h"
+#include "SUAppcastItem.h"
+#include "SUUserDriver.h"
 
 #include <QTextBrowser>
 #include <QWidget>

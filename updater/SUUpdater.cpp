@@ -1,13 +1,13 @@
 #include "SUUpdater.h"
 
-#include "platform/DefaultsStore.h"
-#include "platform/DefaultsSuite.h"
-#include "platform/Platform.h"
-#include "platform/SystemLog.h"
-#include "updater/SUAppcast.h"
-#include "updater/SUStandardVersionComparator.h"
-#include "updater/SUUpdaterDelegate.h"
-#include "updater/SUUserDriver.h"
+#include "DefaultsStore.h"
+#include "DefaultsSuite.h"
+#include "Platform.h"
+#include "SystemLog.h"
+#include "SUAppcast.h"
+#include "SUStandardVersionComparator.h"
+#include "SUUpdaterDelegate.h"
+#include "SUUserDriver.h"
 
 #include <QDateTime>
 #include <QNetworkAccessManager>

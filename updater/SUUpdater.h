@@ -1,6 +1,6 @@
 #pragma once
 
-#include "updater/SUAppcastItem.h"
+#include "SUAppcastItem.h"
 
 #include <QMutex>
 #include <QObject>
@@ -8,7 +8,7 @@
 #include <QTimer>
 #include <QUrl>
 
-#include "platform/WorkRunner.h"
+#include "WorkRunner.h"
 
 #include <chrono>
 #include <memory>

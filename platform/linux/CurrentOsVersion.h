@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/OsVersion.h"
+#include "OsVersion.h"
 
 // Linux counts as a current system: every version threshold is met.
 class CurrentOsVersion : public OsVersion {

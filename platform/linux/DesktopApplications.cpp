@@ -1,8 +1,8 @@
 #include "DesktopApplications.h"
 
-#include "platform/linux/DesktopEntryDirectories.h"
-#include "platform/linux/GLibPtr.h"
-#include "platform/linux/GioLibrary.h"
+#include "DesktopEntryDirectories.h"
+#include "GLibPtr.h"
+#include "GioLibrary.h"
 
 #include <QFile>
 #include <QFileInfo>

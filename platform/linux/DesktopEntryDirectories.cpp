@@ -1,6 +1,6 @@
 #include "DesktopEntryDirectories.h"
 
-#include "platform/linux/XdgDirs.h"
+#include "XdgDirs.h"
 
 #include <QDir>
 #include <QDirIterator>

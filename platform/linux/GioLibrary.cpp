@@ -1,6 +1,6 @@
 #include "GioLibrary.h"
 
-#include "platform/SystemLog.h"
+#include "SystemLog.h"
 
 #include <dlfcn.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/LogSink.h"
+#include "LogSink.h"
 
 // Standard error with the platform log prefix, and the same line to syslog(3).
 class LinuxLogSink : public LogSink {

@@ -1,13 +1,13 @@
-#include "platform/Platform.h"
+#include "Platform.h"
 
-#include "platform/ProcessCommandRunner.h"
-#include "platform/linux/CurrentOsVersion.h"
-#include "platform/linux/LinuxLogSink.h"
-#include "platform/linux/LinuxWorkspace.h"
-#include "platform/linux/LocalSocketInstanceChannel.h"
-#include "platform/linux/PlistDefaultsStore.h"
-#include "platform/linux/PosixFileManager.h"
-#include "platform/linux/XdgLoginItems.h"
+#include "ProcessCommandRunner.h"
+#include "CurrentOsVersion.h"
+#include "LinuxLogSink.h"
+#include "LinuxWorkspace.h"
+#include "LocalSocketInstanceChannel.h"
+#include "PlistDefaultsStore.h"
+#include "PosixFileManager.h"
+#include "XdgLoginItems.h"
 
 PlatformServices Platform::createDefault()
 {

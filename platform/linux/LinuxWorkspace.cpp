@@ -1,7 +1,7 @@
 #include "LinuxWorkspace.h"
 
-#include "platform/linux/DesktopApplications.h"
-#include "platform/linux/ProcFs.h"
+#include "DesktopApplications.h"
+#include "ProcFs.h"
 
 #include <QDesktopServices>
 #include <QThreadPool>

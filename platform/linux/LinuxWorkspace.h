@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Workspace.h"
+#include "Workspace.h"
 
 #include <memory>
 

@@ -1,7 +1,7 @@
 #include "LocalSocketInstanceChannel.h"
 
-#include "platform/SystemLog.h"
-#include "platform/linux/XdgDirs.h"
+#include "SystemLog.h"
+#include "XdgDirs.h"
 
 #include <QDir>
 #include <QLocalServer>

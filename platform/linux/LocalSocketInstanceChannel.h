@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/InstanceChannel.h"
+#include "InstanceChannel.h"
 
 #include <QString>
 

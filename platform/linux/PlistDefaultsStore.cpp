@@ -1,7 +1,7 @@
 #include "PlistDefaultsStore.h"
 
-#include "platform/linux/PlistDefaultsSuite.h"
-#include "platform/linux/XdgDirs.h"
+#include "PlistDefaultsSuite.h"
+#include "XdgDirs.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/DefaultsStore.h"
+#include "DefaultsStore.h"
 
 // Suites are property-list files in the user's XDG configuration directory.
 class PlistDefaultsStore : public DefaultsStore {

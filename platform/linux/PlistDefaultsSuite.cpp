@@ -1,7 +1,7 @@
 #include "PlistDefaultsSuite.h"
 
-#include "platform/PlistDocument.h"
-#include "platform/SystemLog.h"
+#include "PlistDocument.h"
+#include "SystemLog.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/DefaultsSuite.h"
+#include "DefaultsSuite.h"
 
 #include <optional>
 

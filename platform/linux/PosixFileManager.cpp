@@ -1,7 +1,7 @@
 #include "PosixFileManager.h"
 
-#include "platform/linux/TreeWalker.h"
-#include "platform/linux/XdgDirs.h"
+#include "TreeWalker.h"
+#include "XdgDirs.h"
 
 #include <QFile>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/FileManager.h"
+#include "FileManager.h"
 
 // File operations through POSIX calls; Application Support is $XDG_DATA_HOME.
 class PosixFileManager : public FileManager {

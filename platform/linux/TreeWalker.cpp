@@ -1,6 +1,6 @@
 #include "TreeWalker.h"
 
-#include "platform/FileURL.h"
+#include "FileURL.h"
 
 #include <QFile>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/ZLError.h"
+#include "ZLError.h"
 
 #include <QByteArray>
 #include <QList>

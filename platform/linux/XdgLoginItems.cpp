@@ -1,9 +1,9 @@
 #include "XdgLoginItems.h"
 
-#include "platform/SystemLog.h"
-#include "platform/linux/DesktopApplications.h"
-#include "platform/linux/GLibPtr.h"
-#include "platform/linux/XdgDirs.h"
+#include "SystemLog.h"
+#include "DesktopApplications.h"
+#include "GLibPtr.h"
+#include "XdgDirs.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/LoginItems.h"
+#include "LoginItems.h"
 
 // Login items are XDG autostart entries in the user's configuration directory.
 class XdgLoginItems : public LoginItems {

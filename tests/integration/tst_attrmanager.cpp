@@ -1,5 +1,5 @@
-#include "MacQuorinFinder/AttrManager.h"
-#include "tests/support/TempHome.h"
+#include "AttrManager.h"
+#include "TempHome.h"
 
 #include <QFile>
 #include <QTest>

@@ -1,9 +1,9 @@
-#include "MacQuorinFinder/ZLFileManager.h"
-#include "platform/FileManager.h"
-#include "platform/Platform.h"
-#include "platform/linux/PosixFileManager.h"
-#include "tests/support/RecordingLogSink.h"
-#include "tests/support/TempHome.h"
+#include "ZLFileManager.h"
+#include "FileManager.h"
+#include "Platform.h"
+#include "PosixFileManager.h"
+#include "RecordingLogSink.h"
+#include "TempHome.h"
 
 #include <QCoreApplication>
 #include <QDir>

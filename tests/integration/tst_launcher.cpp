@@ -1,4 +1,4 @@
-#include "tests/support/TempHome.h"
+#include "TempHome.h"
 
 #include <QDir>
 #include <QFile>

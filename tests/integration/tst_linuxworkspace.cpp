@@ -1,7 +1,7 @@
-#include "platform/linux/LinuxWorkspace.h"
-#include "platform/linux/ProcFs.h"
-#include "tests/support/RecordingLogSink.h"
-#include "tests/support/TempHome.h"
+#include "LinuxWorkspace.h"
+#include "ProcFs.h"
+#include "RecordingLogSink.h"
+#include "TempHome.h"
 
 #include <QFile>
 #include <QFileInfo>

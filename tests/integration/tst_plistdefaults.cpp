@@ -1,8 +1,8 @@
-#include "platform/DefaultsStore.h"
-#include "platform/DefaultsSuite.h"
-#include "platform/linux/PlistDefaultsStore.h"
-#include "tests/support/RecordingLogSink.h"
-#include "tests/support/TempHome.h"
+#include "DefaultsStore.h"
+#include "DefaultsSuite.h"
+#include "PlistDefaultsStore.h"
+#include "RecordingLogSink.h"
+#include "TempHome.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>

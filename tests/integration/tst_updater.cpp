@@ -1,12 +1,12 @@
-#include "platform/DefaultsStore.h"
-#include "platform/DefaultsSuite.h"
-#include "platform/Platform.h"
-#include "tests/support/RecordingLogSink.h"
-#include "tests/support/TempHome.h"
-#include "updater/SUUpdateAlert.h"
-#include "updater/SUUpdater.h"
-#include "updater/SUUpdaterDelegate.h"
-#include "updater/SUUserDriver.h"
+#include "DefaultsStore.h"
+#include "DefaultsSuite.h"
+#include "Platform.h"
+#include "RecordingLogSink.h"
+#include "TempHome.h"
+#include "SUUpdateAlert.h"
+#include "SUUpdater.h"
+#include "SUUpdaterDelegate.h"
+#include "SUUserDriver.h"
 
 #include <QDateTime>
 #include <QDesktopServices>

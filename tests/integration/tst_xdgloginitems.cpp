@@ -1,6 +1,6 @@
-#include "platform/linux/XdgLoginItems.h"
-#include "tests/support/RecordingLogSink.h"
-#include "tests/support/TempHome.h"
+#include "XdgLoginItems.h"
+#include "RecordingLogSink.h"
+#include "TempHome.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,7 +1,7 @@
-#include "MacQuorinFinder/ZLFileManager.h"
-#include "platform/FileManager.h"
-#include "tests/support/RecordingLogSink.h"
-#include "tests/support/TempHome.h"
+#include "ZLFileManager.h"
+#include "FileManager.h"
+#include "RecordingLogSink.h"
+#include "TempHome.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,7 +1,7 @@
 #include "FakePlatform.h"
 
-#include "platform/DefaultsSuite.h"
-#include "platform/Platform.h"
+#include "DefaultsSuite.h"
+#include "Platform.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/CommandRunner.h"
-#include "platform/DefaultsStore.h"
-#include "platform/LoginItems.h"
-#include "platform/OsVersion.h"
-#include "platform/Workspace.h"
+#include "CommandRunner.h"
+#include "DefaultsStore.h"
+#include "LoginItems.h"
+#include "OsVersion.h"
+#include "Workspace.h"
 
 #include <QMutex>
 #include <QStringList>

@@ -1,6 +1,6 @@
 #include "RecordingLogSink.h"
 
-#include "platform/Platform.h"
+#include "Platform.h"
 
 void RecordingLogSink::write(const QByteArray& line)
 {

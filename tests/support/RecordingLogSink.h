@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/LogSink.h"
+#include "LogSink.h"
 
 #include <QMutex>
 #include <QStringList>

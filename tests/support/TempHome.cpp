@@ -1,6 +1,6 @@
 #include "TempHome.h"
 
-#include "platform/linux/ProcFs.h"
+#include "ProcFs.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,9 +1,9 @@
 // Writes COUNT keys PREFIX-0 .. PREFIX-(COUNT-1) into a defaults suite, one
 // write each, so several of these running at once exercise the file lock.
 // Each key is printed once its write has returned.
-#include "platform/DefaultsStore.h"
-#include "platform/DefaultsSuite.h"
-#include "platform/Platform.h"
+#include "DefaultsStore.h"
+#include "DefaultsSuite.h"
+#include "Platform.h"
 
 #include <QCoreApplication>
 #include <QStringList>

@@ -4,10 +4,10 @@
 //
 // zq-fault-writer full-disk|read-only flag|preview FOLDER
 // Exits 77 where this machine does not allow a private mount.
-#include "MacQuorinFinder/ZLFileManager.h"
-#include "platform/DefaultsStore.h"
-#include "platform/DefaultsSuite.h"
-#include "platform/Platform.h"
+#include "ZLFileManager.h"
+#include "DefaultsStore.h"
+#include "DefaultsSuite.h"
+#include "Platform.h"
 
 #include <QCoreApplication>
 #include <QFile>

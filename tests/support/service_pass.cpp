@@ -1,6 +1,6 @@
 // Runs one service pass with the real platform and reports its completion:
 // "completions=N thread=main|other" on standard output, then exits.
-#include "MacQuorin/ServiceEnableHandler.h"
+#include "ServiceEnableHandler.h"
 
 #include <QCoreApplication>
 #include <QThread>

@@ -1,4 +1,4 @@
-#include "updater/SUAppcast.h"
+#include "SUAppcast.h"
 
 #include <QTest>
 

@@ -1,10 +1,10 @@
-#include "MacQuorin/AppDelegate.h"
-#include "MacQuorin/Application.h"
-#include "MacQuorin/UpdateDelegate.h"
-#include "MacQuorin/WindowController.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/RecordingLogSink.h"
-#include "tests/support/TempHome.h"
+#include "AppDelegate.h"
+#include "Application.h"
+#include "UpdateDelegate.h"
+#include "WindowController.h"
+#include "FakePlatform.h"
+#include "RecordingLogSink.h"
+#include "TempHome.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

@@ -1,5 +1,5 @@
-#include "MacQuorin/CLogger.h"
-#include "tests/support/RecordingLogSink.h"
+#include "CLogger.h"
+#include "RecordingLogSink.h"
 
 #include <QRegularExpression>
 #include <QTest>

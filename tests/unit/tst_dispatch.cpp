@@ -1,4 +1,4 @@
-#include "MacQuorin/DispatchQueue.h"
+#include "DispatchQueue.h"
 
 #include <QElapsedTimer>
 #include <QTest>

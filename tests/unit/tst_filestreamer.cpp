@@ -1,6 +1,6 @@
-#include "MacQuorin/CLogger.h"
-#include "MacQuorin/DispatchQueue.h"
-#include "tests/support/RecordingLogSink.h"
+#include "CLogger.h"
+#include "DispatchQueue.h"
+#include "RecordingLogSink.h"
 
 #include <QTemporaryDir>
 #include <QTest>

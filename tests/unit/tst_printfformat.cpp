@@ -1,4 +1,4 @@
-#include "platform/PrintfFormat.h"
+#include "PrintfFormat.h"
 
 #include <QTest>
 

@@ -1,6 +1,6 @@
-#include "MacQuorin/ServiceEnableHandler.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/RecordingLogSink.h"
+#include "ServiceEnableHandler.h"
+#include "FakePlatform.h"
+#include "RecordingLogSink.h"
 
 #include <QTest>
 

@@ -1,4 +1,4 @@
-#include "updater/SUStandardVersionComparator.h"
+#include "SUStandardVersionComparator.h"
 
 #include <QTest>
 

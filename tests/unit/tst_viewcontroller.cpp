@@ -1,11 +1,11 @@
-#include "MacQuorin/Bundle.h"
-#include "MacQuorin/Storyboard.h"
-#include "MacQuorin/ViewController.h"
-#include "MacQuorin/WindowController.h"
-#include "MacQuorin/ZLButton.h"
-#include "tests/support/FakePlatform.h"
-#include "tests/support/RecordingLogSink.h"
-#include "tests/support/TempHome.h"
+#include "Bundle.h"
+#include "Storyboard.h"
+#include "ViewController.h"
+#include "WindowController.h"
+#include "ZLButton.h"
+#include "FakePlatform.h"
+#include "RecordingLogSink.h"
+#include "TempHome.h"
 
 #include <QAbstractButton>
 #include <QApplication>

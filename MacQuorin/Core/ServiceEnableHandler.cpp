@@ -1,13 +1,13 @@
 #include "ServiceEnableHandler.h"
 
-#include "MacQuorin/CLogger.h"
-#include "platform/CommandRunner.h"
-#include "platform/DefaultsStore.h"
-#include "platform/DefaultsSuite.h"
-#include "platform/LoginItems.h"
-#include "platform/OsVersion.h"
-#include "platform/Platform.h"
-#include "platform/Workspace.h"
+#include "CLogger.h"
+#include "CommandRunner.h"
+#include "DefaultsStore.h"
+#include "DefaultsSuite.h"
+#include "LoginItems.h"
+#include "OsVersion.h"
+#include "Platform.h"
+#include "Workspace.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -1,8 +1,8 @@
 #include "CLogger.h"
 
-#include "MacQuorin/LogTimeFormatter.h"
-#include "platform/PrintfFormat.h"
-#include "platform/SystemLog.h"
+#include "LogTimeFormatter.h"
+#include "PrintfFormat.h"
+#include "SystemLog.h"
 
 using namespace Qt::Literals::StringLiterals;
 

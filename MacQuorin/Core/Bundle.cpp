@@ -1,7 +1,7 @@
 #include "Bundle.h"
 
-#include "platform/PlistDocument.h"
-#include "platform/SystemLog.h"
+#include "PlistDocument.h"
+#include "SystemLog.h"
 
 #include <QCoreApplication>
 #include <QDir>

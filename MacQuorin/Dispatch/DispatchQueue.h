@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacQuorin/OperationQueue.h"
+#include "OperationQueue.h"
 
 #include <QString>
 

@@ -1,6 +1,6 @@
 #include "OutputStream.h"
 
-#include "platform/WorkRunner.h"
+#include "WorkRunner.h"
 
 using namespace Qt::Literals::StringLiterals;
 

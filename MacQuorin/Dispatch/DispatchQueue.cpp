@@ -1,6 +1,6 @@
 #include "DispatchQueue.h"
 
-#include "platform/WorkRunner.h"
+#include "WorkRunner.h"
 
 #include <QCoreApplication>
 #include <QThread>

@@ -7,7 +7,7 @@
 #include <optional>
 #include <source_location>
 
-#include "MacQuorin/OutputStream.h"
+#include "OutputStream.h"
 
 #include <memory>
 
