@@ -1,0 +1,239 @@
+// Every reader of outside input as a fuzz target. Built with ZQ_FUZZ_TARGET
+// set, this is that target's libFuzzer program; without it, a replayer that
+// runs the target named first on its command line over saved inputs, so the
+// ordinary test builds replay every seed and every input that once failed.
+#include "Bundle.h"
+#include "DesktopApplications.h"
+#include "LogSink.h"
+#include "Platform.h"
+#include "PlistDocument.h"
+#include "PrintfFormat.h"
+#include "SUAppcast.h"
+#include "SUStandardVersionComparator.h"
+#include "XdgLoginItems.h"
+#include "ZLFileManager.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QUrl>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+using namespace Qt::Literals::StringLiterals;
+
+#define FUZZ_CHECK(condition)                                                                                \
+    do {                                                                                                     \
+        if (!(condition)) {                                                                                  \
+            std::fprintf(stderr, "%s:%d: expectation failed: %s\n", __FILE__, __LINE__, #condition);         \
+            std::abort();                                                                                    \
+        }                                                                                                    \
+    } while (false)
+
+namespace {
+
+struct Target {
+    const char* name;
+    void (*init)(const QString& scratch); // with a fresh private folder
+    void (*run)(const QByteArray& input);
+};
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size());
+}
+
+int sign(int value)
+{
+    return (value > 0) - (value < 0);
+}
+
+QString g_file;  // the file a target reads its input from
+QString g_other; // a second file or folder it needs
+ZLFileManager* g_manager = nullptr;
+
+const Target targets[] = {
+    // The update feed comes from the network.
+    {"fuzz_appcast", nullptr,
+     [](const QByteArray& input) {
+         QString error;
+         const auto appcast = SUAppcast::parse(input, &error);
+         FUZZ_CHECK(appcast || !error.isEmpty());
+         for (const QString& os : {u"linux"_s, u"macos"_s}) {
+             if (const auto best = appcast ? appcast->bestItem(os) : std::nullopt) {
+                 FUZZ_CHECK(!best->versionString.isEmpty() && (best->os.isEmpty() || best->os == os));
+                 (void)best->downloadPage().scheme();
+             }
+         }
+     }},
+    // Any program of the user can write the defaults file. What was read must
+    // stay readable once a key is stored, or the next start moves it aside.
+    {"fuzz_defaults_plist", nullptr,
+     [](const QByteArray& input) {
+         auto document = PlistDocument::parse(input);
+         if (!document)
+             return;
+         (void)document->toMap();
+         FUZZ_CHECK(document->setValue(u"QREnabled"_s, u"1"_s));
+         const auto reread = PlistDocument::parse(document->toXml());
+         FUZZ_CHECK(reread && reread->value(u"QREnabled"_s) == QVariant(u"1"_s));
+     }},
+    // Desktop entries can be written by any program of the user; the service's
+    // is copied into autostart, and the copy must start the same program.
+    {"fuzz_desktop_entry",
+     [](const QString& scratch) {
+         qputenv("XDG_DATA_HOME", QFile::encodeName(scratch + u"/data"_s));
+         qputenv("XDG_CONFIG_HOME", QFile::encodeName(scratch + u"/config"_s));
+         qputenv("XDG_DATA_DIRS", QFile::encodeName(scratch + u"/none"_s));
+         qputenv("XDG_CONFIG_DIRS", QFile::encodeName(scratch + u"/none"_s));
+         QDir().mkpath(scratch + u"/data/applications"_s);
+         g_file = scratch + u"/data/applications/com.example.Fuzz.desktop"_s;
+         g_other = scratch + u"/config/autostart/com.example.Fuzz.desktop"_s;
+     },
+     [](const QByteArray& input) {
+         writeFile(g_file, input);
+         if (const auto entry = DesktopApplications::readEntry(g_file)) {
+             FUZZ_CHECK(!entry->exec.isEmpty());
+             (void)XdgLoginItems::execWithProgram(entry->exec, u"/usr/bin/true"_s);
+         }
+         QFile::remove(g_other);
+         if (XdgLoginItems().setEnabled(u"com.example.Fuzz"_s, true)) {
+             const auto written = DesktopApplications::readEntry(g_other);
+             FUZZ_CHECK(written && DesktopApplications::absoluteProgram(written->exec));
+             FUZZ_CHECK(
+                 DesktopApplications::absoluteProgram(written->exec)
+                 == DesktopApplications::absoluteProgram(DesktopApplications::readEntry(g_file)->exec));
+         }
+     }},
+    // The bundle's Info.plist, read the way the launcher reads it at start.
+    {"fuzz_info_plist",
+     [](const QString& scratch) {
+         g_other = scratch + u"/bin"_s;
+         QDir().mkpath(g_other);
+         QDir().mkpath(scratch + u'/' + QLatin1StringView(Bundle::resourceFolder));
+         g_file = scratch + u'/' + QLatin1StringView(Bundle::resourceFolder) + u"/Info.plist"_s;
+     },
+     [](const QByteArray& input) {
+         writeFile(g_file, input);
+         const Bundle bundle(g_other);
+         for (const char* key : {"CFBundleShortVersionString", "ZLHelpBaseURL", "ZLHelpPageFragment"})
+             (void)bundle.objectForInfoDictionaryKey(QLatin1StringView(key)).toString();
+         const QVariant feed = bundle.objectForInfoDictionaryKey(u"SUFeedURL"_s);
+         if (feed.typeId() == QMetaType::QString)
+             (void)QUrl(feed.toString(), QUrl::StrictMode).isValid();
+     }},
+    // Log lines are formats carrying text from files and feeds: the format, then
+    // NUL-separated arguments. Every output byte comes from those or a capped field.
+    {"fuzz_log_format", nullptr,
+     [](const QByteArray& input) {
+         QList<QByteArray> parts = input.split('\0');
+         const QByteArray format = parts.takeFirst();
+         QList<PrintfFormat::Argument> args;
+         qsizetype argumentBytes = 0;
+         for (const QByteArray& part : parts) {
+             args.append(part == "(nil)" ? PrintfFormat::Argument() : PrintfFormat::Argument(part));
+             argumentBytes += part.size();
+         }
+         const qsizetype directives = format.count('%') + 1;
+         FUZZ_CHECK(PrintfFormat::render(format, args).size()
+                    <= format.size() + argumentBytes * directives
+                           + directives * (PrintfFormat::maxFieldWidth + 64));
+         (void)PrintfFormat::render(format);
+     }},
+    // The preview file is shared with the file-manager extension; only a real
+    // Boolean counts.
+    {"fuzz_preview_json",
+     [](const QString& scratch) {
+         qputenv("XDG_DATA_HOME", scratch.toUtf8());
+         g_manager = new ZLFileManager;
+         FUZZ_CHECK(g_manager->communicationFileURL().has_value());
+         g_file = g_manager->communicationFileURL()->toLocalFile();
+     },
+     [](const QByteArray& input) {
+         writeFile(g_file, input);
+         if (const std::optional<bool> state = g_manager->previewStateEnabled())
+             FUZZ_CHECK(input.contains(*state ? "true" : "false"));
+     }},
+    // Versions from the feed and the bundle: two, split at the first line break.
+    {"fuzz_version_comparator", nullptr,
+     [](const QByteArray& input) {
+         const qsizetype split = input.indexOf('\n');
+         const QString a = QString::fromUtf8(split < 0 ? input : input.left(split));
+         const QString b = split < 0 ? QString() : QString::fromUtf8(input.mid(split + 1));
+         FUZZ_CHECK(SUStandardVersionComparator::compareVersions(a, a) == 0);
+         FUZZ_CHECK(sign(SUStandardVersionComparator::compareVersions(a, b))
+                    == -sign(SUStandardVersionComparator::compareVersions(b, a)));
+     }},
+};
+
+const Target* g_target = nullptr;
+
+class DiscardingLogSink final : public LogSink {
+public:
+    void write(const QByteArray&) override { }
+};
+
+bool select(const char* name)
+{
+    for (const Target& target : targets) {
+        if (qstrcmp(target.name, name) == 0)
+            g_target = &target;
+    }
+    if (!g_target)
+        return false;
+    // Quiet: a run is not to be slowed down by its own error reports.
+    PlatformServices services;
+    services.logSink = std::make_shared<DiscardingLogSink>();
+    Platform::replace(services);
+    static QTemporaryDir scratch(QDir::tempPath() + u"/zq-fuzz-XXXXXX"_s);
+    FUZZ_CHECK(scratch.isValid());
+    if (g_target->init)
+        g_target->init(scratch.path());
+    return true;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    g_target->run(QByteArray(reinterpret_cast<const char*>(data), qsizetype(size)));
+    return 0;
+}
+
+#ifdef ZQ_FUZZ_TARGET
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    return select(ZQ_FUZZ_TARGET) ? 0 : 1;
+}
+#else
+// fuzz_replay TARGET FILE-OR-FOLDER...
+int main(int argc, char* argv[])
+{
+    if (argc < 2 || !select(argv[1])) {
+        std::fprintf(stderr, "usage: %s TARGET FILE-OR-FOLDER...\n", argv[0]);
+        return 2;
+    }
+    int replayed = 0;
+    for (int i = 2; i < argc; ++i) {
+        std::vector<std::filesystem::path> inputs{argv[i]};
+        if (std::filesystem::is_directory(argv[i])) {
+            inputs.assign(std::filesystem::directory_iterator(argv[i]), {});
+            std::sort(inputs.begin(), inputs.end());
+        }
+        for (const auto& path : inputs) {
+            std::ifstream file(path, std::ios::binary);
+            FUZZ_CHECK(file);
+            const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+            LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+            ++replayed;
+        }
+    }
+    std::printf("replayed %d inputs\n", replayed);
+    return replayed > 0 ? 0 : 1; // no inputs means the corpus went missing
+}
+#endif
