@@ -1,7 +1,6 @@
 #include "TempHome.h"
 
 #include <QDir>
-#include <QFile>
 #include <QProcess>
 #include <QTest>
 
@@ -11,28 +10,7 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-QByteArray infoPlist(const QByteArray& feedEntry)
-{
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-           "<key>CFBundleIdentifier</key><string>com.zelna.Quorin</string>"
-           "<key>CFBundleShortVersionString</key><string>1.0.0</string>"
-           "<key>CFBundleVersion</key><string>1.0.0</string>"
-           + feedEntry + "</dict></plist>";
-}
-
-QByteArray feedEntry(const QString& url)
-{
-    return "<key>SUFeedURL</key><string>" + url.toUtf8() + "</string>";
-}
-
-QByteArray appcast(const char* version)
-{
-    return QByteArray("<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>"
-                      "<item><title>Q</title><sparkle:version>")
-           + version + "</sparkle:version><description>Better</description></item></channel></rss>";
-}
-
-// One run of the launcher bundle, with its standard error collected as it comes.
+// One run of the launcher bundle, with its output collected as it comes.
 class Launch {
 public:
     Launch(const QString& program, const QProcessEnvironment& env, const QStringList& args)
@@ -43,33 +21,26 @@ public:
     }
     ~Launch()
     {
-        if (m_process.state() != QProcess::NotRunning) {
-            m_process.kill();
-            m_process.waitForFinished();
-        }
+        m_process.kill();
+        m_process.waitForFinished();
     }
     // Waits until the output holds the text; false when the process ended or time ran out first.
     bool waitFor(const QString& text, int timeoutMs = 15000)
     {
-        QDeadlineTimer deadline(timeoutMs);
-        while (!output().contains(text)) {
+        for (QDeadlineTimer deadline(timeoutMs); !output().contains(text); m_process.waitForReadyRead(50))
             if (m_process.state() == QProcess::NotRunning || deadline.hasExpired())
                 return false;
-            m_process.waitForReadyRead(50);
-        }
         return true;
     }
-    bool finish(int timeoutMs = 15000) { return m_process.waitForFinished(timeoutMs); }
-    bool running() const { return m_process.state() == QProcess::Running; }
-    int exitCode() const
+    // The exit status; -1 for a crash (a fatal error aborts), -2 when still running after the time-out.
+    int finish(int timeoutMs = 15000)
     {
+        if (!m_process.waitForFinished(timeoutMs))
+            return -2;
         return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
     }
-    QString output()
-    {
-        m_output += QString::fromUtf8(m_process.readAll());
-        return m_output;
-    }
+    bool running() const { return m_process.state() == QProcess::Running; }
+    QString output() { return m_output += QString::fromUtf8(m_process.readAll()); }
 
 private:
     QProcess m_process;
@@ -78,253 +49,217 @@ private:
 
 } // namespace
 
-// The built launcher, copied into a bundle of its own, run in a temporary home.
+// The built launcher, copied into a bundle of its own, run in a temporary home
+// with a stand-in election tool on PATH.
 class TestLauncher : public QObject {
     Q_OBJECT
-private Q_SLOTS:
-    void init();
-    void checkerWithoutNewerVersionExitsQuietly();
-    void onlyTheFirstArgumentMakesAChecker_data();
-    void onlyTheFirstArgumentMakesAChecker();
-    void withoutTextFeedNoCheckIsMade_data();
-    void withoutTextFeedNoCheckIsMade();
-    void feedThatIsNotAURLEndsTheProcess();
-    void newerVersionShowsTheUpdateWindowAndStays();
-    void secondLaunchReopensTheFirst();
-    void unreadableInfoIsLogged();
-    void socketOfAKilledLauncherIsCleared();
-    void anotherUserCannotReopen();
-    void sharedRuntimeFolderIsNotUsed();
-
-private:
-    QString launcher() const { return m_home->path() + u"/bundle/bin/zelna-quorin"_s; }
-    void writeInfo(const QByteArray& plist);
-    QString writeFeed(const char* version);
-    bool checkRecorded() const;
-
     std::unique_ptr<TempHome> m_home;
     QProcessEnvironment m_env;
-};
 
-void TestLauncher::init()
-{
-    m_home = std::make_unique<TempHome>();
-    QVERIFY(m_home->isValid());
-    const QString bundle = m_home->path() + u"/bundle"_s;
-    QVERIFY(QDir().mkpath(bundle + u"/bin"_s));
-    QVERIFY(QDir().mkpath(bundle + u"/share/zelna-quorin"_s));
-    const QString built = QStringLiteral(ZQ_LAUNCHER);
-    QVERIFY(QFile::copy(built, launcher()));
-    QVERIFY(QFile::copy(QFileInfo(built).absolutePath() + u"/../share/zelna-quorin/Main.ui"_s,
-                        bundle + u"/share/zelna-quorin/Main.ui"_s));
-    const QString bin = m_home->path() + u"/fakebin"_s;
-    QVERIFY(QDir().mkpath(bin));
-    QVERIFY(QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), bin + u"/pluginkit"_s));
-    m_env = m_home->environment();
-    m_env.insert(u"PATH"_s, bin + u':' + m_env.value(u"PATH"_s));
-    m_env.insert(u"ZQ_PLUGINKIT_LOG"_s, m_home->path() + u"/pluginkit.log"_s);
-    m_env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
-    m_env.insert(u"QT_LOGGING_RULES"_s, u"zelna.*.debug=true"_s);
-}
-
-void TestLauncher::writeInfo(const QByteArray& plist)
-{
-    QVERIFY(TempHome::writeFile(m_home->path() + u"/bundle/share/zelna-quorin/Info.plist"_s, plist));
-}
-
-QString TestLauncher::writeFeed(const char* version)
-{
-    const QString path = m_home->path() + u"/appcast.xml"_s;
-    TempHome::writeFile(path, appcast(version));
-    return QUrl::fromLocalFile(path).toString();
-}
-
-bool TestLauncher::checkRecorded() const
-{
-    return TempHome::readFile(m_home->configHome() + u"/com.zelna.Quorin.plist"_s)
-        .contains(u"SULastCheckTime"_s);
-}
-
-void TestLauncher::checkerWithoutNewerVersionExitsQuietly()
-{
-    writeInfo(infoPlist(feedEntry(writeFeed("1.0"))));
-    Launch run(launcher(), m_env, {u"checkVersion"_s});
-    QVERIFY(run.finish());
-    QCOMPARE(run.exitCode(), 0);
-    QVERIFY2(!run.output().contains(u"window shown"_s), qPrintable(run.output()));
-    QVERIFY(checkRecorded());
-    // The service pass ran first.
-    QCOMPARE(TempHome::readFile(m_home->path() + u"/pluginkit.log"_s),
-             u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
-}
-
-void TestLauncher::onlyTheFirstArgumentMakesAChecker_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::newRow("at index 2") << QStringList{u"--verbose"_s, u"checkVersion"_s};
-    QTest::newRow("capitalised") << QStringList{u"CheckVersion"_s};
-}
-
-void TestLauncher::onlyTheFirstArgumentMakesAChecker()
-{
-    QFETCH(QStringList, arguments);
-    writeInfo(infoPlist(feedEntry(writeFeed("1.0"))));
-    Launch run(launcher(), m_env, arguments);
-    QVERIFY2(run.waitFor(u"window shown: MainWindow"_s), qPrintable(run.output()));
-    QVERIFY(run.waitFor(u"application activated"_s));
-    QVERIFY(run.running()); // no update found does not end an interactive launcher
-}
-
-void TestLauncher::withoutTextFeedNoCheckIsMade_data()
-{
-    QTest::addColumn<QByteArray>("entry");
-    QTest::newRow("no feed") << QByteArray();
-    QTest::newRow("a number") << QByteArray("<key>SUFeedURL</key><integer>42</integer>");
-}
-
-void TestLauncher::withoutTextFeedNoCheckIsMade()
-{
-    QFETCH(QByteArray, entry);
-    writeInfo(infoPlist(entry));
-    Launch run(launcher(), m_env, {});
-    QVERIFY2(run.waitFor(u"window shown: MainWindow"_s), qPrintable(run.output()));
-    QTest::qWait(300);
-    QVERIFY(!checkRecorded());
-    QVERIFY(!run.output().contains(u"Updater:"_s));
-}
-
-void TestLauncher::feedThatIsNotAURLEndsTheProcess()
-{
-    writeInfo(infoPlist(feedEntry(u"not a url"_s)));
-    Launch run(launcher(), m_env, {});
-    QVERIFY(run.finish());
-    QVERIFY(run.exitCode() != 0);
-    QVERIFY2(run.output().contains(u"SUFeedURL \"not a url\" in the bundle's Info.plist is not a URL"_s),
-             qPrintable(run.output()));
-    QVERIFY(!run.output().contains(u"window shown"_s));
-}
-
-void TestLauncher::newerVersionShowsTheUpdateWindowAndStays()
-{
-    writeInfo(infoPlist(feedEntry(writeFeed("2.0"))));
-    Launch run(launcher(), m_env, {u"checkVersion"_s});
-    QVERIFY2(run.waitFor(u"update alert shown for version 2.0"_s), qPrintable(run.output()));
-    QTest::qWait(500);
-    QVERIFY(run.running());
-    QVERIFY(!run.output().contains(u"window shown"_s));
-}
-
-void TestLauncher::secondLaunchReopensTheFirst()
-{
-    // A checker whose feed is missing stays, windowless and accessory.
-    writeInfo(infoPlist(feedEntry(QUrl::fromLocalFile(m_home->path() + u"/none.xml"_s).toString())));
-    Launch first(launcher(), m_env, {u"checkVersion"_s});
-    QVERIFY2(first.waitFor(u"Updater: update check of"_s), qPrintable(first.output()));
-
-    Launch second(launcher(), m_env, {});
-    QVERIFY(second.finish());
-    QCOMPARE(second.exitCode(), 0);
-    QVERIFY2(second.output().contains(u"handed over to the running launcher"_s), qPrintable(second.output()));
-    QVERIFY(!second.output().contains(u"ZELNA_LOG"_s)); // no service pass of its own
-
-    QVERIFY(first.waitFor(u"window shown: MainWindow"_s));
-    const QString reopened = first.output();
-    const qsizetype reopen = reopened.indexOf(u"ZENLA Launcher applicationShouldHandleReopen"_s);
-    const qsizetype accessory = reopened.indexOf(u"ZENLA Launcher Handling accessory state on reopen"_s);
-    QVERIFY2(reopen >= 0 && accessory > reopen, qPrintable(reopened));
-
-    // Once regular, a reopen only logs its first line.
-    Launch third(launcher(), m_env, {});
-    QVERIFY(third.finish());
-    QCOMPARE(third.exitCode(), 0);
-    QTRY_COMPARE(first.output().count(u"applicationShouldHandleReopen"_s), 2);
-    QCOMPARE(first.output().count(u"Handling accessory state"_s), 1);
-}
-
-void TestLauncher::unreadableInfoIsLogged()
-{
-    // Without an information list there is no version to show: a clear, deliberate end.
-    writeInfo("this is not a property list");
-    Launch run(launcher(), m_env, {});
-    QVERIFY(run.finish());
-    QVERIFY(run.exitCode() != 0);
-    QVERIFY2(run.output().contains(u"is not a property list"_s), qPrintable(run.output()));
-    QVERIFY(run.output().contains(u"The bundle's Info.plist has no CFBundleShortVersionString"_s));
-}
-
-void TestLauncher::socketOfAKilledLauncherIsCleared()
-{
-    writeInfo(infoPlist({}));
+    QString launcher() const { return m_home->path() + u"/bundle/bin/zelna-quorin"_s; }
+    QString socket() const { return m_home->path() + u"/runtime/zelna-quorin.socket"_s; }
+    // The bundle's Info.plist with the given feed entry: a feed file with that
+    // version ("1.0", "2.0"), "none" for a missing feed file, or the raw entry.
+    void writeInfo(const QByteArray& feed)
     {
-        Launch killed(launcher(), m_env, {});
-        QVERIFY(killed.waitFor(u"window shown: MainWindow"_s));
-    } // killed at once: its socket file stays behind
-    QVERIFY(QFile::exists(m_home->path() + u"/runtime/zelna-quorin.socket"_s));
-    Launch next(launcher(), m_env, {});
-    QVERIFY2(next.waitFor(u"window shown: MainWindow"_s), qPrintable(next.output()));
-    QVERIFY(!next.output().contains(u"handed over"_s));
-}
+        QByteArray entry = feed;
+        if (feed == "1.0" || feed == "2.0" || feed == "none") {
+            const QString path = m_home->path() + u"/appcast.xml"_s;
+            if (feed != "none")
+                QVERIFY(TempHome::writeFile(
+                    path,
+                    "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>"
+                    "<item><title>Q</title><sparkle:version>"
+                        + feed + "</sparkle:version></item></channel></rss>"));
+            entry = "<key>SUFeedURL</key><string>" + QUrl::fromLocalFile(path).toEncoded() + "</string>";
+        }
+        QVERIFY(TempHome::writeFile(
+            m_home->path() + u"/bundle/share/zelna-quorin/Info.plist"_s,
+            feed == "garbage" ? QByteArray("this is not a property list")
+                              : "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+                                "<key>CFBundleIdentifier</key><string>com.zelna.Quorin</string>"
+                                "<key>CFBundleShortVersionString</key><string>1.0.0</string>"
+                                "<key>CFBundleVersion</key><string>1.0.0</string>"
+                                    + entry + "</dict></plist>"));
+    }
+    bool checkRecorded() const
+    {
+        return TempHome::readFile(m_home->configHome() + u"/com.zelna.Quorin.plist"_s)
+            .contains(u"SULastCheckTime"_s);
+    }
 
-// Another user is kept out by the folder's permissions and, should those be
-// opened up, by the peer's credentials.
-void TestLauncher::anotherUserCannotReopen()
-{
-    if (::geteuid() != 0)
-        QSKIP("needs root to connect as another user");
-    writeInfo(infoPlist(feedEntry(QUrl::fromLocalFile(m_home->path() + u"/none.xml"_s).toString())));
-    Launch first(launcher(), m_env, {u"checkVersion"_s});
-    QVERIFY2(first.waitFor(u"Updater: update check of"_s), qPrintable(first.output()));
-    const QString socket = m_home->path() + u"/runtime/zelna-quorin.socket"_s;
-    QVERIFY(QFile::exists(socket));
+private Q_SLOTS:
+    void init()
+    {
+        m_home = std::make_unique<TempHome>();
+        const QString bundle = m_home->path() + u"/bundle"_s;
+        const QString bin = m_home->path() + u"/fakebin"_s;
+        QVERIFY(QDir().mkpath(bundle + u"/bin"_s) && QDir().mkpath(bundle + u"/share/zelna-quorin"_s)
+                && QDir().mkpath(bin));
+        QVERIFY(QFile::copy(QStringLiteral(ZQ_LAUNCHER), launcher()));
+        QVERIFY(QFile::copy(QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath()
+                                + u"/../share/zelna-quorin/Main.ui"_s,
+                            bundle + u"/share/zelna-quorin/Main.ui"_s));
+        QVERIFY(QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), bin + u"/pluginkit"_s));
+        m_env = m_home->environment();
+        m_env.insert(u"PATH"_s, bin + u':' + m_env.value(u"PATH"_s));
+        m_env.insert(u"ZQ_PLUGINKIT_LOG"_s, m_home->path() + u"/pluginkit.log"_s);
+        m_env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+        m_env.insert(u"QT_LOGGING_RULES"_s, u"zelna.*.debug=true"_s);
+    }
 
-    auto reopenAsNobody = [&socket] {
-        QProcess client;
-        TempHome::runAsNobody(client);
-        client.start(u"/usr/bin/python3"_s, {u"-c"_s,
-                                             u"import socket, sys\n"
-                                             u"s = socket.socket(socket.AF_UNIX)\n"
-                                             u"try:\n    s.connect(sys.argv[1])\n"
-                                             u"except OSError:\n    print('refused'); sys.exit()\n"
-                                             u"try:\n    s.sendall(b'reopen\\n'); s.settimeout(3)\n"
-                                             u"    print('answered' if s.recv(10) else 'hung up')\n"
-                                             u"except OSError:\n    print('hung up')\n"_s,
-                                             socket});
-        client.waitForFinished(10000);
-        return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError()).trimmed();
-    };
-    QCOMPARE(reopenAsNobody(), u"refused"_s);
-    QVERIFY(TempHome::letOthersThrough(m_home->path())
-            && TempHome::letOthersThrough(m_home->path() + u"/runtime"_s));
-    QVERIFY(QFile::setPermissions(socket, QFile::permissions(socket) | QFile::ReadOther | QFile::WriteOther));
-    QCOMPARE(reopenAsNobody(), u"hung up"_s);
+    void start_data()
+    {
+        QTest::addColumn<QByteArray>("feed"); // see writeInfo
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("status"); // 0, 1 for any failure, -1 for still running
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("notShown");
+        const QString window = u"window shown: MainWindow"_s;
+        const QStringList check{u"checkVersion"_s};
+        QTest::newRow("checker, no newer version") << QByteArray("1.0") << check << 0 << QString() << window;
+        QTest::newRow("checker, newer version")
+            << QByteArray("2.0") << check << -1 << u"update alert shown for version 2.0"_s << window;
+        // Only the first argument, exactly, makes a checker; no update found does not end the others.
+        QTest::newRow("checkVersion second")
+            << QByteArray("1.0") << QStringList{u"--verbose"_s, u"checkVersion"_s} << -1
+            << u"application activated"_s << QString();
+        QTest::newRow("capitalised") << QByteArray("1.0") << QStringList{u"CheckVersion"_s} << -1 << window
+                                     << QString();
+        QTest::newRow("no feed, no check") << QByteArray() << QStringList() << -1 << window << u"Updater:"_s;
+        QTest::newRow("a number, no check") << QByteArray("<key>SUFeedURL</key><integer>42</integer>")
+                                            << QStringList() << -1 << window << u"Updater:"_s;
+        QTest::newRow("feed not a URL")
+            << QByteArray("<key>SUFeedURL</key><string>not a url</string>") << QStringList() << 1
+            << u"SUFeedURL \"not a url\" in the bundle's Info.plist is not a URL"_s << window;
+        // Without an information list there is no version to show: a clear, deliberate end.
+        QTest::newRow("unreadable Info.plist")
+            << QByteArray("garbage") << QStringList() << 1
+            << u"The bundle's Info.plist has no CFBundleShortVersionString"_s << window;
+    }
+    void start()
+    {
+        QFETCH(QByteArray, feed);
+        QFETCH(QStringList, arguments);
+        QFETCH(int, status);
+        QFETCH(QString, shown);
+        QFETCH(QString, notShown);
+        writeInfo(feed);
+        Launch run(launcher(), m_env, arguments);
+        if (status >= 0) {
+            const int code = run.finish();
+            QVERIFY2(code != -2 && (code != 0) == (status != 0), qPrintable(run.output()));
+        } else {
+            QVERIFY2(run.waitFor(shown), qPrintable(run.output()));
+            QTest::qWait(300);
+            QVERIFY(run.running());
+        }
+        QVERIFY2(run.output().contains(shown), qPrintable(run.output()));
+        QVERIFY2(notShown.isEmpty() || !run.output().contains(notShown), qPrintable(run.output()));
+        QVERIFY(arguments != QStringList{u"checkVersion"_s} || checkRecorded());
+        QVERIFY(notShown != u"Updater:"_s || !checkRecorded());
+        // The service pass ran first, whatever followed.
+        if (feed != "garbage")
+            QCOMPARE(TempHome::readFile(m_home->path() + u"/pluginkit.log"_s),
+                     u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
+    }
 
-    QTest::qWait(300);
-    QVERIFY(!first.output().contains(u"applicationShouldHandleReopen"_s));
-    QVERIFY(first.running());
-}
+    void secondLaunchReopensTheFirst()
+    {
+        writeInfo("none"); // a checker whose feed is missing stays, windowless
+        Launch first(launcher(), m_env, {u"checkVersion"_s});
+        QVERIFY2(first.waitFor(u"Updater: update check of"_s), qPrintable(first.output()));
+        Launch second(launcher(), m_env, {});
+        QCOMPARE(second.finish(), 0);
+        QVERIFY2(second.output().contains(u"handed over to the running launcher"_s),
+                 qPrintable(second.output()));
+        QVERIFY(!second.output().contains(u"ZELNA_LOG"_s)); // no service pass of its own
+        QVERIFY(first.waitFor(u"window shown: MainWindow"_s));
+        const qsizetype reopen = first.output().indexOf(u"ZENLA Launcher applicationShouldHandleReopen"_s);
+        QVERIFY2(reopen >= 0
+                     && first.output().indexOf(u"ZENLA Launcher Handling accessory state on reopen"_s)
+                            > reopen,
+                 qPrintable(first.output()));
+        // Once regular, a reopen only logs its first line.
+        Launch third(launcher(), m_env, {});
+        QCOMPARE(third.finish(), 0);
+        QTRY_COMPARE(first.output().count(u"applicationShouldHandleReopen"_s), 2);
+        QCOMPARE(first.output().count(u"Handling accessory state"_s), 1);
+        // A checker never hands over: it checks.
+        writeInfo("1.0");
+        Launch checker(launcher(), m_env, {u"checkVersion"_s});
+        QCOMPARE(checker.finish(), 0);
+        QVERIFY2(!checker.output().contains(u"handed over"_s), qPrintable(checker.output()));
+    }
 
-void TestLauncher::sharedRuntimeFolderIsNotUsed()
-{
-    writeInfo(infoPlist({}));
-    const QString runtime = m_home->path() + u"/runtime"_s;
-    QVERIFY(QFile::setPermissions(runtime, QFile::Permissions(0x7777)));
-    const QString temp = m_home->path() + u"/tmp"_s;
-    QVERIFY(QDir().mkpath(temp));
-    QProcessEnvironment env = m_env;
-    env.insert(u"TMPDIR"_s, temp);
+    void socketOfAKilledLauncherIsCleared()
+    {
+        writeInfo({});
+        {
+            Launch killed(launcher(), m_env, {});
+            QVERIFY(killed.waitFor(u"window shown: MainWindow"_s));
+        } // killed at once: its socket file stays behind
+        QVERIFY(QFile::exists(socket()));
+        Launch next(launcher(), m_env, {});
+        QVERIFY2(next.waitFor(u"window shown: MainWindow"_s), qPrintable(next.output()));
+        QVERIFY(!next.output().contains(u"handed over"_s));
+    }
 
-    Launch first(launcher(), env, {});
-    QVERIFY2(first.waitFor(u"window shown: MainWindow"_s), qPrintable(first.output()));
-    QVERIFY(QDir(runtime).entryList(QDir::System | QDir::Files).isEmpty());
-    const QString privateFolder = temp + u"/zelna-quorin-"_s + QString::number(::getuid());
-    QVERIFY(QFile::exists(privateFolder + u"/zelna-quorin.socket"_s));
-    QCOMPARE(QFile::permissions(privateFolder) & (QFile::ReadOther | QFile::WriteOther | QFile::ExeOther),
-             QFile::Permissions());
+    // Another user is kept out by the folder's permissions and, should those be
+    // opened up, by the peer's credentials.
+    void anotherUserCannotReopen()
+    {
+        if (::geteuid() != 0)
+            QSKIP("needs root to connect as another user");
+        writeInfo("none");
+        Launch first(launcher(), m_env, {u"checkVersion"_s});
+        QVERIFY2(first.waitFor(u"Updater: update check of"_s), qPrintable(first.output()));
+        auto reopenAsNobody = [this] {
+            QProcess client;
+            TempHome::runAsNobody(client);
+            client.start(u"/usr/bin/python3"_s, {u"-c"_s,
+                                                 u"import socket, sys\ns = socket.socket(socket.AF_UNIX)\n"
+                                                 u"try:\n    s.connect(sys.argv[1])\n"
+                                                 u"except OSError:\n    print('refused'); sys.exit()\n"
+                                                 u"try:\n    s.sendall(b'reopen\\n'); s.settimeout(3)\n"
+                                                 u"    print('answered' if s.recv(10) else 'hung up')\n"
+                                                 u"except OSError:\n    print('hung up')\n"_s,
+                                                 socket()});
+            client.waitForFinished(10000);
+            return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError())
+                .trimmed();
+        };
+        QCOMPARE(reopenAsNobody(), u"refused"_s);
+        QVERIFY(TempHome::letOthersThrough(m_home->path())
+                && TempHome::letOthersThrough(m_home->path() + u"/runtime"_s));
+        QVERIFY(QFile::setPermissions(socket(),
+                                      QFile::permissions(socket()) | QFile::ReadOther | QFile::WriteOther));
+        QCOMPARE(reopenAsNobody(), u"hung up"_s);
+        QTest::qWait(300);
+        QVERIFY(!first.output().contains(u"applicationShouldHandleReopen"_s) && first.running());
+    }
 
-    Launch second(launcher(), env, {});
-    QVERIFY(second.finish());
-    QVERIFY2(second.output().contains(u"handed over to the running launcher"_s), qPrintable(second.output()));
-}
+    void sharedRuntimeFolderIsNotUsed()
+    {
+        writeInfo({});
+        const QString runtime = m_home->path() + u"/runtime"_s;
+        QVERIFY(QFile::setPermissions(runtime, QFile::Permissions(0x7777)));
+        const QString temp = m_home->path() + u"/tmp"_s;
+        QVERIFY(QDir().mkpath(temp));
+        m_env.insert(u"TMPDIR"_s, temp);
+        Launch first(launcher(), m_env, {});
+        QVERIFY2(first.waitFor(u"window shown: MainWindow"_s), qPrintable(first.output()));
+        QVERIFY(QDir(runtime).entryList(QDir::System | QDir::Files).isEmpty());
+        const QString own = temp + u"/zelna-quorin-"_s + QString::number(::getuid());
+        QVERIFY(QFile::exists(own + u"/zelna-quorin.socket"_s));
+        QCOMPARE(QFile::permissions(own) & (QFile::ReadOther | QFile::WriteOther | QFile::ExeOther),
+                 QFile::Permissions());
+        Launch second(launcher(), m_env, {});
+        QCOMPARE(second.finish(), 0);
+        QVERIFY2(second.output().contains(u"handed over to the running launcher"_s),
+                 qPrintable(second.output()));
+    }
+};
 
 QTEST_GUILESS_MAIN(TestLauncher)
 #include "tst_launcher.moc"
