@@ -11,10 +11,15 @@ export QT_QPA_PLATFORM=xcb
 pid=$!
 trap 'kill "$pid" 2>/dev/null || true' EXIT
 
+# The window exists by name before it is mapped; a picture of an unmapped
+# window fails, so wait until it is viewable.
 window=""
 for _ in $(seq 100); do
     window=$(xwininfo -root -tree 2>/dev/null | awk '/"ZELNA Quorin"/ { print $1; exit }')
-    [ -n "$window" ] && break
+    if [ -n "$window" ] && xwininfo -id "$window" 2>/dev/null | grep -q 'Map State: IsViewable'; then
+        break
+    fi
+    window=""
     kill -0 "$pid" 2>/dev/null || { echo "The launcher ended without showing its window." >&2; exit 1; }
     sleep 0.1
 done
