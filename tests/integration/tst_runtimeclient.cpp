@@ -1,7 +1,5 @@
 // A client that knows the file gateway only by its registered name: no header
 // of the launcher is included here, only Qt's own.
-#include <QCoreApplication>
-#include <QDir>
 #include <QFile>
 #include <QMetaType>
 #include <QTemporaryDir>
@@ -10,55 +8,45 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-class Receiver : public QObject {
-    Q_OBJECT
-public:
-    QList<QUrl> files;
-    QVariantMap error;
-    int calls = 0;
-public Q_SLOTS:
-    void aggregated(const QList<QUrl>& found, const QVariantMap& failure)
-    {
-        files = found;
-        error = failure;
-        ++calls;
-    }
-};
-
 class TestRuntimeClient : public QObject {
     Q_OBJECT
+    QList<QUrl> m_files;
+    QVariantMap m_error;
+    int m_calls = 0;
+
+public Q_SLOTS:
+    void aggregated(const QList<QUrl>& files, const QVariantMap& error)
+    {
+        m_files = files;
+        m_error = error;
+        ++m_calls;
+    }
+
 private Q_SLOTS:
-    void createdByNameAndMessagedByName();
+    void createdByNameAndMessagedByName()
+    {
+        const QMetaType type = QMetaType::fromName("ZLFileManager*");
+        QVERIFY(type.isValid() && type.metaObject());
+        std::unique_ptr<QObject> manager(type.metaObject()->newInstance());
+        QVERIFY(manager);
+        QTemporaryDir dir;
+        QVERIFY(QFile(dir.filePath(u"a"_s)).open(QIODevice::WriteOnly));
+        const QList<std::pair<QString, int>> kinds{
+            {dir.path(), 1}, {dir.filePath(u"a"_s), 2}, {dir.filePath(u"none"_s), 3}};
+        for (const auto& [path, expected] : kinds) {
+            int kind = -1;
+            QVERIFY(QMetaObject::invokeMethod(manager.get(), "isDirAt", Q_RETURN_ARG(int, kind),
+                                              Q_ARG(QUrl, QUrl::fromLocalFile(path))));
+            QCOMPARE(kind, expected);
+        }
+        QVERIFY(QMetaObject::invokeMethod(manager.get(), "fileAggregationFrom",
+                                          Q_ARG(QStringList, {dir.path()}), Q_ARG(QObject*, this),
+                                          Q_ARG(QByteArray, "aggregated")));
+        QTRY_COMPARE(m_calls, 1);
+        QCOMPARE(m_files, QList<QUrl>{QUrl::fromLocalFile(dir.filePath(u"a"_s))});
+        QVERIFY(m_error.isEmpty());
+    }
 };
-
-void TestRuntimeClient::createdByNameAndMessagedByName()
-{
-    const QMetaType type = QMetaType::fromName("ZLFileManager*");
-    QVERIFY(type.isValid());
-    QVERIFY(type.metaObject());
-    std::unique_ptr<QObject> manager(type.metaObject()->newInstance());
-    QVERIFY(manager);
-
-    QTemporaryDir dir;
-    QFile(dir.filePath(u"a"_s)).open(QIODevice::WriteOnly);
-    int kind = -1;
-    QVERIFY(QMetaObject::invokeMethod(manager.get(), "isDirAt", Q_RETURN_ARG(int, kind),
-                                      Q_ARG(QUrl, QUrl::fromLocalFile(dir.path()))));
-    QCOMPARE(kind, 1);
-    QVERIFY(QMetaObject::invokeMethod(manager.get(), "isDirAt", Q_RETURN_ARG(int, kind),
-                                      Q_ARG(QUrl, QUrl::fromLocalFile(dir.filePath(u"a"_s)))));
-    QCOMPARE(kind, 2);
-    QVERIFY(QMetaObject::invokeMethod(manager.get(), "isDirAt", Q_RETURN_ARG(int, kind),
-                                      Q_ARG(QUrl, QUrl::fromLocalFile(dir.filePath(u"none"_s)))));
-    QCOMPARE(kind, 3);
-
-    Receiver receiver;
-    QVERIFY(QMetaObject::invokeMethod(manager.get(), "fileAggregationFrom", Q_ARG(QStringList, {dir.path()}),
-                                      Q_ARG(QObject*, &receiver), Q_ARG(QByteArray, "aggregated")));
-    QTRY_COMPARE(receiver.calls, 1);
-    QCOMPARE(receiver.files, QList<QUrl>{QUrl::fromLocalFile(dir.filePath(u"a"_s))});
-    QVERIFY(receiver.error.isEmpty());
-}
 
 QTEST_GUILESS_MAIN(TestRuntimeClient)
 #include "tst_runtimeclient.moc"
