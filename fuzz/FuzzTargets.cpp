@@ -2,7 +2,6 @@
 // set, this is that target's libFuzzer program; without it, a replayer that
 // runs the target named first on its command line over saved inputs, so the
 // ordinary test builds replay every seed and every input that once failed.
-#include "Bundle.h"
 #include "DesktopApplications.h"
 #include "LogSink.h"
 #include "Platform.h"
@@ -15,24 +14,20 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QUrl>
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 using namespace Qt::Literals::StringLiterals;
 
+// Aborts, so that libFuzzer keeps the input and the replay test fails.
 #define FUZZ_CHECK(condition)                                                                                \
-    do {                                                                                                     \
-        if (!(condition)) {                                                                                  \
-            std::fprintf(stderr, "%s:%d: expectation failed: %s\n", __FILE__, __LINE__, #condition);         \
-            std::abort();                                                                                    \
-        }                                                                                                    \
-    } while (false)
+    ((condition)                                                                                             \
+         ? void()                                                                                            \
+         : (std::fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #condition), std::abort()))
 
 namespace {
 
@@ -46,11 +41,6 @@ void writeFile(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
     FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size());
-}
-
-int sign(int value)
-{
-    return (value > 0) - (value < 0);
 }
 
 QString g_file;  // the file a target reads its input from
@@ -110,23 +100,6 @@ const Target targets[] = {
                  == DesktopApplications::absoluteProgram(DesktopApplications::readEntry(g_file)->exec));
          }
      }},
-    // The bundle's Info.plist, read the way the launcher reads it at start.
-    {"fuzz_info_plist",
-     [](const QString& scratch) {
-         g_other = scratch + u"/bin"_s;
-         QDir().mkpath(g_other);
-         QDir().mkpath(scratch + u'/' + QLatin1StringView(Bundle::resourceFolder));
-         g_file = scratch + u'/' + QLatin1StringView(Bundle::resourceFolder) + u"/Info.plist"_s;
-     },
-     [](const QByteArray& input) {
-         writeFile(g_file, input);
-         const Bundle bundle(g_other);
-         for (const char* key : {"CFBundleShortVersionString", "ZLHelpBaseURL", "ZLHelpPageFragment"})
-             (void)bundle.objectForInfoDictionaryKey(QLatin1StringView(key)).toString();
-         const QVariant feed = bundle.objectForInfoDictionaryKey(u"SUFeedURL"_s);
-         if (feed.typeId() == QMetaType::QString)
-             (void)QUrl(feed.toString(), QUrl::StrictMode).isValid();
-     }},
     // Log lines are formats carrying text from files and feeds: the format, then
     // NUL-separated arguments. Every output byte comes from those or a capped field.
     {"fuzz_log_format", nullptr,
@@ -166,6 +139,7 @@ const Target targets[] = {
          const QString a = QString::fromUtf8(split < 0 ? input : input.left(split));
          const QString b = split < 0 ? QString() : QString::fromUtf8(input.mid(split + 1));
          FUZZ_CHECK(SUStandardVersionComparator::compareVersions(a, a) == 0);
+         const auto sign = [](int value) { return (value > 0) - (value < 0); };
          FUZZ_CHECK(sign(SUStandardVersionComparator::compareVersions(a, b))
                     == -sign(SUStandardVersionComparator::compareVersions(b, a)));
      }},
@@ -218,22 +192,22 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "usage: %s TARGET FILE-OR-FOLDER...\n", argv[0]);
         return 2;
     }
-    int replayed = 0;
+    QStringList inputs;
     for (int i = 2; i < argc; ++i) {
-        std::vector<std::filesystem::path> inputs{argv[i]};
-        if (std::filesystem::is_directory(argv[i])) {
-            inputs.assign(std::filesystem::directory_iterator(argv[i]), {});
-            std::sort(inputs.begin(), inputs.end());
-        }
-        for (const auto& path : inputs) {
-            std::ifstream file(path, std::ios::binary);
-            FUZZ_CHECK(file);
-            const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-            LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-            ++replayed;
-        }
+        const QString path = QFile::decodeName(argv[i]);
+        const QDir folder(path);
+        inputs += folder.exists() ? folder.entryList(QDir::Files, QDir::Name)
+                                        .replaceInStrings(QRegularExpression(u"^"_s), path + u'/')
+                                  : QStringList{path};
     }
-    std::printf("replayed %d inputs\n", replayed);
-    return replayed > 0 ? 0 : 1; // no inputs means the corpus went missing
+    for (const QString& path : std::as_const(inputs)) {
+        QFile file(path);
+        FUZZ_CHECK(file.open(QIODevice::ReadOnly));
+        const QByteArray bytes = file.readAll();
+        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.constData()),
+                               size_t(bytes.size()));
+    }
+    std::printf("replayed %lld inputs\n", qlonglong(inputs.size()));
+    return inputs.isEmpty() ? 1 : 0; // no inputs means the corpus went missing
 }
 #endif

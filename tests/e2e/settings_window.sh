@@ -55,12 +55,8 @@ sleep 0.3
 import -window "$window" "$output/settings-window.png"
 SESSION
 
-grep -q '<key>QREnabled</key>' "$home/config/K4WQ7ZT2RB.group.zelna.Quorin.plist"
-python3 - "$home/config/K4WQ7ZT2RB.group.zelna.Quorin.plist" <<'PY'
-import plistlib, sys
-value = plistlib.load(open(sys.argv[1], "rb"))["QREnabled"]
-assert value == "1", f"QREnabled is {value!r} after the click"
-PY
+python3 -c 'import plistlib, sys; v = plistlib.load(open(sys.argv[1], "rb"))["QREnabled"]; assert v == "1", v' \
+    "$home/config/K4WQ7ZT2RB.group.zelna.Quorin.plist"
 [ "$(wc -l < "$home/starts.log")" -eq 1 ] || { echo "FAIL: the service was not started exactly once"; cat "$home/launcher.log"; exit 1; }
 grep -q -- '-e use -i com.zelna.Quorin.Service.Finder' "$home/pluginkit.log"
 [ -s "$output/settings-window.png" ]

@@ -25,19 +25,19 @@ public:
         m_process.waitForFinished();
     }
     // Waits until the output holds the text; false when the process ended or time ran out first.
-    bool waitFor(const QString& text, int timeoutMs = 15000)
+    bool waitFor(const QString& text)
     {
-        for (QDeadlineTimer deadline(timeoutMs); !output().contains(text); m_process.waitForReadyRead(50))
+        for (QDeadlineTimer deadline(15000); !output().contains(text); m_process.waitForReadyRead(50))
             if (m_process.state() == QProcess::NotRunning || deadline.hasExpired())
                 return false;
         return true;
     }
     // The exit status; -1 for a crash (a fatal error aborts), -2 when still running after the time-out.
-    int finish(int timeoutMs = 15000)
+    int finish()
     {
-        if (!m_process.waitForFinished(timeoutMs))
-            return -2;
-        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+        return !m_process.waitForFinished(15000)                ? -2
+               : m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode()
+                                                                : -1;
     }
     bool running() const { return m_process.state() == QProcess::Running; }
     QString output() { return m_output += QString::fromUtf8(m_process.readAll()); }
@@ -174,17 +174,8 @@ private Q_SLOTS:
         QVERIFY2(second.output().contains(u"handed over to the running launcher"_s),
                  qPrintable(second.output()));
         QVERIFY(!second.output().contains(u"ZELNA_LOG"_s)); // no service pass of its own
-        QVERIFY(first.waitFor(u"window shown: MainWindow"_s));
-        const qsizetype reopen = first.output().indexOf(u"ZENLA Launcher applicationShouldHandleReopen"_s);
-        QVERIFY2(reopen >= 0
-                     && first.output().indexOf(u"ZENLA Launcher Handling accessory state on reopen"_s)
-                            > reopen,
+        QVERIFY2(first.waitFor(u"Handling accessory state on reopen"_s) && first.waitFor(u"window shown"_s),
                  qPrintable(first.output()));
-        // Once regular, a reopen only logs its first line.
-        Launch third(launcher(), m_env, {});
-        QCOMPARE(third.finish(), 0);
-        QTRY_COMPARE(first.output().count(u"applicationShouldHandleReopen"_s), 2);
-        QCOMPARE(first.output().count(u"Handling accessory state"_s), 1);
         // A checker never hands over: it checks.
         writeInfo("1.0");
         Launch checker(launcher(), m_env, {u"checkVersion"_s});
@@ -217,14 +208,13 @@ private Q_SLOTS:
         auto reopenAsNobody = [this] {
             QProcess client;
             TempHome::runAsNobody(client);
-            client.start(u"/usr/bin/python3"_s, {u"-c"_s,
-                                                 u"import socket, sys\ns = socket.socket(socket.AF_UNIX)\n"
-                                                 u"try:\n    s.connect(sys.argv[1])\n"
-                                                 u"except OSError:\n    print('refused'); sys.exit()\n"
-                                                 u"try:\n    s.sendall(b'reopen\\n'); s.settimeout(3)\n"
-                                                 u"    print('answered' if s.recv(10) else 'hung up')\n"
-                                                 u"except OSError:\n    print('hung up')\n"_s,
-                                                 socket()});
+            client.start(
+                u"/usr/bin/python3"_s, // the system's, which the other user may run
+                {u"-c"_s,
+                 u"import socket, sys\ns = socket.socket(socket.AF_UNIX)\ntry: s.connect(sys.argv[1])\n"
+                 u"except OSError: sys.exit('refused')\ntry:\n    s.sendall(b'reopen\\n'); s.settimeout(3)\n"
+                 u"    print('answered' if s.recv(10) else 'hung up')\nexcept OSError: print('hung up')\n"_s,
+                 socket()});
             client.waitForFinished(10000);
             return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError())
                 .trimmed();
