@@ -133,15 +133,8 @@ private Q_SLOTS:
                  qPrintable(m_sink->lines().join(u'\n')));
     }
 
-    void concurrentWritersLoseNoKey()
-    {
-        // Every write is synced to disk, tens of milliseconds on a busy machine:
-        // a few writers interleave as well as many, at a fraction of the cost.
-        for (const auto& process : writers({u"w0"_s, u"w1"_s, u"w2"_s, u"w3"_s}, 10))
-            QVERIFY(process->waitForFinished(60000) && process->exitCode() == 0);
-        QCOMPARE(python(u"print(sum(k[3:] == v for k, v in d.items()), len(d))"_s), u"40 40"_s);
-    }
-
+    // Three writers at once, each killed at a random moment: none loses
+    // another's key, and every key acknowledged is there.
     void writersKilledAtRandomLoseNoAcknowledgedKey()
     {
         const quint32 seed = QRandomGenerator::global()->generate();

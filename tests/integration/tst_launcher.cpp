@@ -1,7 +1,6 @@
 #include "TempHome.h"
 
 #include <QDir>
-#include <QProcess>
 #include <QTest>
 
 #include <unistd.h>
@@ -35,9 +34,7 @@ public:
     // The exit status; -1 for a crash (a fatal error aborts), -2 when still running after the time-out.
     int finish()
     {
-        return !m_process.waitForFinished(15000)                ? -2
-               : m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode()
-                                                                : -1;
+        return !m_process.waitForFinished(15000) ? -2 : m_process.exitStatus() ? -1 : m_process.exitCode();
     }
     bool running() const { return m_process.state() == QProcess::Running; }
     QString output() { return m_output += QString::fromUtf8(m_process.readAll()); }
@@ -46,6 +43,8 @@ private:
     QProcess m_process;
     QString m_output;
 };
+
+const QString window = u"window shown: MainWindow"_s;
 
 } // namespace
 
@@ -56,31 +55,34 @@ class TestLauncher : public QObject {
     std::unique_ptr<TempHome> m_home;
     QProcessEnvironment m_env;
 
-    QString launcher() const { return m_home->path() + u"/bundle/bin/zelna-quorin"_s; }
-    QString socket() const { return m_home->path() + u"/runtime/zelna-quorin.socket"_s; }
+    QString path(const QString& relative) const { return m_home->path() + u'/' + relative; }
+    QString socket() const { return path(u"runtime/zelna-quorin.socket"_s); }
+    std::unique_ptr<Launch> launch(const QStringList& arguments = {})
+    {
+        return std::make_unique<Launch>(path(u"bundle/bin/zelna-quorin"_s), m_env, arguments);
+    }
     // The bundle's Info.plist with the given feed entry: a feed file with that
     // version ("1.0", "2.0"), "none" for a missing feed file, or the raw entry.
     void writeInfo(const QByteArray& feed)
     {
         QByteArray entry = feed;
         if (feed == "1.0" || feed == "2.0" || feed == "none") {
-            const QString path = m_home->path() + u"/appcast.xml"_s;
-            if (feed != "none")
-                QVERIFY(TempHome::writeFile(
-                    path,
-                    "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>"
-                    "<item><title>Q</title><sparkle:version>"
-                        + feed + "</sparkle:version></item></channel></rss>"));
-            entry = "<key>SUFeedURL</key><string>" + QUrl::fromLocalFile(path).toEncoded() + "</string>";
+            QVERIFY(feed == "none"
+                    || TempHome::writeFile(path(u"appcast.xml"_s),
+                                           "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/"
+                                           "sparkle\"><channel><item><title>Q</title><sparkle:version>"
+                                               + feed + "</sparkle:version></item></channel></rss>"));
+            entry = "<key>SUFeedURL</key><string>" + QUrl::fromLocalFile(path(u"appcast.xml"_s)).toEncoded()
+                    + "</string>";
         }
-        QVERIFY(TempHome::writeFile(
-            m_home->path() + u"/bundle/share/zelna-quorin/Info.plist"_s,
-            feed == "garbage" ? QByteArray("this is not a property list")
-                              : "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-                                "<key>CFBundleIdentifier</key><string>com.zelna.Quorin</string>"
-                                "<key>CFBundleShortVersionString</key><string>1.0.0</string>"
-                                "<key>CFBundleVersion</key><string>1.0.0</string>"
-                                    + entry + "</dict></plist>"));
+        QVERIFY(TempHome::writeFile(path(u"bundle/share/zelna-quorin/Info.plist"_s),
+                                    feed == "garbage"
+                                        ? QByteArray("this is not a property list")
+                                        : "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
+                                          "<string>com.zelna.Quorin</string><key>"
+                                          "CFBundleShortVersionString</key><string>1.0.0</string>"
+                                          "<key>CFBundleVersion</key><string>1.0.0</string>"
+                                              + entry + "</dict></plist>"));
     }
     bool checkRecorded() const
     {
@@ -92,18 +94,16 @@ private Q_SLOTS:
     void init()
     {
         m_home = std::make_unique<TempHome>();
-        const QString bundle = m_home->path() + u"/bundle"_s;
-        const QString bin = m_home->path() + u"/fakebin"_s;
-        QVERIFY(QDir().mkpath(bundle + u"/bin"_s) && QDir().mkpath(bundle + u"/share/zelna-quorin"_s)
-                && QDir().mkpath(bin));
-        QVERIFY(QFile::copy(QStringLiteral(ZQ_LAUNCHER), launcher()));
-        QVERIFY(QFile::copy(QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath()
-                                + u"/../share/zelna-quorin/Main.ui"_s,
-                            bundle + u"/share/zelna-quorin/Main.ui"_s));
-        QVERIFY(QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), bin + u"/pluginkit"_s));
+        const QString built = QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath();
+        QVERIFY(QDir().mkpath(path(u"bundle/bin"_s)) && QDir().mkpath(path(u"bundle/share/zelna-quorin"_s))
+                && QDir().mkpath(path(u"fakebin"_s)));
+        QVERIFY(QFile::copy(QStringLiteral(ZQ_LAUNCHER), path(u"bundle/bin/zelna-quorin"_s))
+                && QFile::copy(built + u"/../share/zelna-quorin/Main.ui"_s,
+                               path(u"bundle/share/zelna-quorin/Main.ui"_s))
+                && QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), path(u"fakebin/pluginkit"_s)));
         m_env = m_home->environment();
-        m_env.insert(u"PATH"_s, bin + u':' + m_env.value(u"PATH"_s));
-        m_env.insert(u"ZQ_PLUGINKIT_LOG"_s, m_home->path() + u"/pluginkit.log"_s);
+        m_env.insert(u"PATH"_s, path(u"fakebin:"_s) + m_env.value(u"PATH"_s));
+        m_env.insert(u"ZQ_PLUGINKIT_LOG"_s, path(u"pluginkit.log"_s));
         m_env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
         m_env.insert(u"QT_LOGGING_RULES"_s, u"zelna.*.debug=true"_s);
     }
@@ -115,7 +115,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("status"); // 0, 1 for any failure, -1 for still running
         QTest::addColumn<QString>("shown");
         QTest::addColumn<QString>("notShown");
-        const QString window = u"window shown: MainWindow"_s;
         const QStringList check{u"checkVersion"_s};
         QTest::newRow("checker, no newer version") << QByteArray("1.0") << check << 0 << QString() << window;
         QTest::newRow("checker, newer version")
@@ -145,55 +144,47 @@ private Q_SLOTS:
         QFETCH(QString, shown);
         QFETCH(QString, notShown);
         writeInfo(feed);
-        Launch run(launcher(), m_env, arguments);
+        auto run = launch(arguments);
         if (status >= 0) {
-            const int code = run.finish();
-            QVERIFY2(code != -2 && (code != 0) == (status != 0), qPrintable(run.output()));
+            const int code = run->finish();
+            QVERIFY2(code != -2 && (code != 0) == (status != 0), qPrintable(run->output()));
         } else {
-            QVERIFY2(run.waitFor(shown), qPrintable(run.output()));
+            QVERIFY2(run->waitFor(shown), qPrintable(run->output()));
             QTest::qWait(300);
-            QVERIFY(run.running());
+            QVERIFY(run->running());
         }
-        QVERIFY2(run.output().contains(shown), qPrintable(run.output()));
-        QVERIFY2(notShown.isEmpty() || !run.output().contains(notShown), qPrintable(run.output()));
+        QVERIFY2(run->output().contains(shown) && (notShown.isEmpty() || !run->output().contains(notShown)),
+                 qPrintable(run->output()));
         QVERIFY(arguments != QStringList{u"checkVersion"_s} || checkRecorded());
         QVERIFY(notShown != u"Updater:"_s || !checkRecorded());
         // The service pass ran first, whatever followed.
-        if (feed != "garbage")
-            QCOMPARE(TempHome::readFile(m_home->path() + u"/pluginkit.log"_s),
-                     u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
+        QCOMPARE(TempHome::readFile(path(u"pluginkit.log"_s)),
+                 u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
     }
 
     void secondLaunchReopensTheFirst()
     {
         writeInfo("none"); // a checker whose feed is missing stays, windowless
-        Launch first(launcher(), m_env, {u"checkVersion"_s});
-        QVERIFY2(first.waitFor(u"Updater: update check of"_s), qPrintable(first.output()));
-        Launch second(launcher(), m_env, {});
-        QCOMPARE(second.finish(), 0);
-        QVERIFY2(second.output().contains(u"handed over to the running launcher"_s),
-                 qPrintable(second.output()));
-        QVERIFY(!second.output().contains(u"ZELNA_LOG"_s)); // no service pass of its own
-        QVERIFY2(first.waitFor(u"Handling accessory state on reopen"_s) && first.waitFor(u"window shown"_s),
-                 qPrintable(first.output()));
+        auto first = launch({u"checkVersion"_s});
+        QVERIFY2(first->waitFor(u"Updater: update check of"_s), qPrintable(first->output()));
+        auto second = launch();
+        QCOMPARE(second->finish(), 0);
+        QVERIFY2(second->output().contains(u"handed over to the running launcher"_s),
+                 qPrintable(second->output()));
+        QVERIFY(!second->output().contains(u"ZELNA_LOG"_s)); // no service pass of its own
+        QVERIFY2(first->waitFor(u"Handling accessory state on reopen"_s) && first->waitFor(window),
+                 qPrintable(first->output()));
         // A checker never hands over: it checks.
         writeInfo("1.0");
-        Launch checker(launcher(), m_env, {u"checkVersion"_s});
-        QCOMPARE(checker.finish(), 0);
-        QVERIFY2(!checker.output().contains(u"handed over"_s), qPrintable(checker.output()));
-    }
-
-    void socketOfAKilledLauncherIsCleared()
-    {
-        writeInfo({});
-        {
-            Launch killed(launcher(), m_env, {});
-            QVERIFY(killed.waitFor(u"window shown: MainWindow"_s));
-        } // killed at once: its socket file stays behind
+        auto checker = launch({u"checkVersion"_s});
+        QCOMPARE(checker->finish(), 0);
+        QVERIFY2(!checker->output().contains(u"handed over"_s), qPrintable(checker->output()));
+        // A launcher killed at once leaves its socket file behind; the next one clears it.
+        first.reset();
         QVERIFY(QFile::exists(socket()));
-        Launch next(launcher(), m_env, {});
-        QVERIFY2(next.waitFor(u"window shown: MainWindow"_s), qPrintable(next.output()));
-        QVERIFY(!next.output().contains(u"handed over"_s));
+        auto next = launch();
+        QVERIFY2(next->waitFor(window) && !next->output().contains(u"handed over"_s),
+                 qPrintable(next->output()));
     }
 
     // Another user is kept out by the folder's permissions and, should those be
@@ -203,8 +194,8 @@ private Q_SLOTS:
         if (::geteuid() != 0)
             QSKIP("needs root to connect as another user");
         writeInfo("none");
-        Launch first(launcher(), m_env, {u"checkVersion"_s});
-        QVERIFY2(first.waitFor(u"Updater: update check of"_s), qPrintable(first.output()));
+        auto first = launch({u"checkVersion"_s});
+        QVERIFY2(first->waitFor(u"Updater: update check of"_s), qPrintable(first->output()));
         auto reopenAsNobody = [this] {
             QProcess client;
             TempHome::runAsNobody(client);
@@ -220,34 +211,31 @@ private Q_SLOTS:
                 .trimmed();
         };
         QCOMPARE(reopenAsNobody(), u"refused"_s);
-        QVERIFY(TempHome::letOthersThrough(m_home->path())
-                && TempHome::letOthersThrough(m_home->path() + u"/runtime"_s));
+        QVERIFY(TempHome::letOthersThrough(m_home->path()) && TempHome::letOthersThrough(path(u"runtime"_s)));
         QVERIFY(QFile::setPermissions(socket(),
                                       QFile::permissions(socket()) | QFile::ReadOther | QFile::WriteOther));
         QCOMPARE(reopenAsNobody(), u"hung up"_s);
         QTest::qWait(300);
-        QVERIFY(!first.output().contains(u"applicationShouldHandleReopen"_s) && first.running());
+        QVERIFY(!first->output().contains(u"applicationShouldHandleReopen"_s) && first->running());
     }
 
     void sharedRuntimeFolderIsNotUsed()
     {
         writeInfo({});
-        const QString runtime = m_home->path() + u"/runtime"_s;
-        QVERIFY(QFile::setPermissions(runtime, QFile::Permissions(0x7777)));
-        const QString temp = m_home->path() + u"/tmp"_s;
-        QVERIFY(QDir().mkpath(temp));
-        m_env.insert(u"TMPDIR"_s, temp);
-        Launch first(launcher(), m_env, {});
-        QVERIFY2(first.waitFor(u"window shown: MainWindow"_s), qPrintable(first.output()));
-        QVERIFY(QDir(runtime).entryList(QDir::System | QDir::Files).isEmpty());
-        const QString own = temp + u"/zelna-quorin-"_s + QString::number(::getuid());
+        QVERIFY(QFile::setPermissions(path(u"runtime"_s), QFile::Permissions(0x7777))
+                && QDir().mkpath(path(u"tmp"_s)));
+        m_env.insert(u"TMPDIR"_s, path(u"tmp"_s));
+        auto first = launch();
+        QVERIFY2(first->waitFor(window), qPrintable(first->output()));
+        QVERIFY(QDir(path(u"runtime"_s)).entryList(QDir::System | QDir::Files).isEmpty());
+        const QString own = path(u"tmp/zelna-quorin-"_s) + QString::number(::getuid());
         QVERIFY(QFile::exists(own + u"/zelna-quorin.socket"_s));
         QCOMPARE(QFile::permissions(own) & (QFile::ReadOther | QFile::WriteOther | QFile::ExeOther),
                  QFile::Permissions());
-        Launch second(launcher(), m_env, {});
-        QCOMPARE(second.finish(), 0);
-        QVERIFY2(second.output().contains(u"handed over to the running launcher"_s),
-                 qPrintable(second.output()));
+        auto second = launch();
+        QCOMPARE(second->finish(), 0);
+        QVERIFY2(second->output().contains(u"handed over to the running launcher"_s),
+                 qPrintable(second->output()));
     }
 };
 

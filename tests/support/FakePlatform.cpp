@@ -3,6 +3,8 @@
 #include "DefaultsSuite.h"
 #include "Platform.h"
 
+#include <thread>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -13,9 +15,8 @@ public:
     QVariant value(const QString& key) override { return m_owner.defaults.value(key); }
     bool setValue(const QString& key, const QVariant& value) override
     {
-        m_owner.note(u"defaults "_s + key + u'=' + value.toString());
         m_owner.defaults.insert(key, value);
-        return true;
+        return m_owner.note(u"defaults "_s + key + u'=' + value.toString());
     }
 
 private:
@@ -23,8 +24,6 @@ private:
 };
 
 } // namespace
-
-FakePlatform::~FakePlatform() = default;
 
 void FakePlatform::install()
 {
@@ -39,10 +38,11 @@ void FakePlatform::install()
     Platform::replace(services);
 }
 
-void FakePlatform::note(const QString& step)
+bool FakePlatform::note(const QString& step)
 {
     const QMutexLocker locker(&m_mutex);
     m_journal.append(step);
+    return true;
 }
 
 QStringList FakePlatform::journal() const
@@ -77,39 +77,13 @@ std::unique_ptr<DefaultsSuite> FakePlatform::open(const QString& suiteName)
     return std::make_unique<FakeSuite>(*this);
 }
 
-QList<RunningApplication> FakePlatform::runningApplications()
-{
-    note(u"list"_s);
-    return running;
-}
-
 QList<RunningApplication> FakePlatform::runningApplications(const QString& bundleIdentifier)
 {
     note(u"list "_s + bundleIdentifier);
-    QList<RunningApplication> matching;
-    for (const RunningApplication& application : std::as_const(running)) {
-        if (application.bundleIdentifier == bundleIdentifier)
-            matching.append(application);
-    }
+    QList<RunningApplication> matching = running;
+    matching.removeIf(
+        [&](const RunningApplication& app) { return app.bundleIdentifier != bundleIdentifier; });
     return matching;
-}
-
-bool FakePlatform::activate(const RunningApplication& application)
-{
-    note(u"activate "_s + QString::number(application.pid));
-    return true;
-}
-
-bool FakePlatform::forceTerminate(const RunningApplication& application)
-{
-    note(u"kill "_s + QString::number(application.pid));
-    return true;
-}
-
-std::optional<QUrl> FakePlatform::urlForApplication(const QString& bundleIdentifier)
-{
-    note(u"locate "_s + bundleIdentifier);
-    return serviceLocation;
 }
 
 void FakePlatform::openApplication(const QUrl& location, OpenHandler handler)
@@ -117,33 +91,4 @@ void FakePlatform::openApplication(const QUrl& location, OpenHandler handler)
     note(u"open "_s + location.toString());
     const QMutexLocker locker(&m_mutex);
     m_pendingOpen = std::move(handler);
-}
-
-bool FakePlatform::launchApplication(const QString& name)
-{
-    note(u"launch "_s + name);
-    return launchAnswer;
-}
-
-bool FakePlatform::openURL(const QUrl& url)
-{
-    note(u"openURL "_s + url.toString());
-    return true;
-}
-
-bool FakePlatform::setEnabled(const QString& bundleIdentifier, bool enabled)
-{
-    note(u"login "_s + bundleIdentifier + (enabled ? u" on"_s : u" off"_s));
-    return true;
-}
-
-int FakePlatform::run(const QString& program, const QStringList& arguments)
-{
-    note(u"run "_s + program + u' ' + arguments.join(u' '));
-    return commandStatus;
-}
-
-bool FakePlatform::isAtLeast(int major, int minor, int) const
-{
-    return modernSystem || major < 10 || (major == 10 && minor < 15);
 }

@@ -10,8 +10,6 @@
 #include <QStringList>
 #include <QVariantMap>
 
-#include <thread>
-
 // In-memory stand-in for every platform service. Each call is noted in one
 // journal so tests can check the order of steps across services.
 class FakePlatform : public DefaultsStore,
@@ -20,8 +18,6 @@ class FakePlatform : public DefaultsStore,
                      public CommandRunner,
                      public OsVersion {
 public:
-    ~FakePlatform() override;
-
     // Installs this object as the platform's services (the log sink is left alone).
     void install();
     QStringList journal() const;
@@ -40,19 +36,41 @@ public:
     bool hasPendingOpen() const;
 
     std::unique_ptr<DefaultsSuite> open(const QString& suiteName) override;
-    QList<RunningApplication> runningApplications() override;
+    QList<RunningApplication> runningApplications() override
+    {
+        note(u"list"_qs);
+        return running;
+    }
     QList<RunningApplication> runningApplications(const QString& bundleIdentifier) override;
-    bool activate(const RunningApplication& application) override;
-    bool forceTerminate(const RunningApplication& application) override;
-    std::optional<QUrl> urlForApplication(const QString& bundleIdentifier) override;
+    bool activate(const RunningApplication& app) override { return note(u"activate %1"_qs.arg(app.pid)); }
+    bool forceTerminate(const RunningApplication& app) override { return note(u"kill %1"_qs.arg(app.pid)); }
+    std::optional<QUrl> urlForApplication(const QString& id) override
+    {
+        note(u"locate "_qs + id);
+        return serviceLocation;
+    }
     void openApplication(const QUrl& location, OpenHandler handler) override;
-    bool launchApplication(const QString& name) override;
-    bool openURL(const QUrl& url) override;
-    bool setEnabled(const QString& bundleIdentifier, bool enabled) override;
-    int run(const QString& program, const QStringList& arguments) override;
-    bool isAtLeast(int major, int minor, int patch) const override;
+    bool launchApplication(const QString& name) override
+    {
+        return note(u"launch "_qs + name) && launchAnswer;
+    }
+    bool openURL(const QUrl& url) override { return note(u"openURL "_qs + url.toString()); }
+    bool setEnabled(const QString& id, bool on) override
+    {
+        return note(u"login "_qs + id + (on ? u" on"_qs : u" off"_qs));
+    }
+    int run(const QString& program, const QStringList& arguments) override
+    {
+        note(u"run "_qs + program + u' ' + arguments.join(u' '));
+        return commandStatus;
+    }
+    bool isAtLeast(int major, int minor, int) const override
+    {
+        return modernSystem || major < 10 || (major == 10 && minor < 15);
+    }
 
-    void note(const QString& step);
+    // Notes a step; always true.
+    bool note(const QString& step);
 
 private:
     mutable QMutex m_mutex;

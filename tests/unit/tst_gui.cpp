@@ -148,28 +148,26 @@ private Q_SLOTS:
         m_fake->modernSystem = !running;
         QVERIFY(preview.isEmpty() || TempHome::writeFile(previewFile(), preview.toUtf8()));
         ViewController& controller = open();
-        for (QAbstractButton* box : {static_cast<QAbstractButton*>(controller.enableCheckBox),
-                                     static_cast<QAbstractButton*>(controller.autoStartCheckBox),
-                                     static_cast<QAbstractButton*>(controller.disablePreviewCheckbox)})
-            QCOMPARE(box->isChecked(), running);
-        QCOMPARE(controller.disablePreviewCheckbox->isEnabled(), running);
+        QCOMPARE(
+            (QList<bool>{controller.enableCheckBox->isChecked(), controller.autoStartCheckBox->isChecked(),
+                         controller.disablePreviewCheckbox->isChecked(),
+                         controller.disablePreviewCheckbox->isEnabled()}),
+            QList<bool>(4, running));
         QCOMPARE(controller.versionTxt->text(),
                  u"Version: "_s
                      + Bundle::main().objectForInfoDictionaryKey(u"CFBundleShortVersionString"_s).toString());
         QCOMPARE(TempHome::readFile(previewFile()), running ? disabledFile : enabledFile); // read, or written
         const QLabel& text = *controller.makeSureTextFieldCell;
-        if (running) {
-            QCOMPARE(text.text(),
-                     u"Make sure ZELNA Quorin is allowed under: System Preferences > Extensions >"
-                     u"\u00A0 Finder Extensions > MacQuorinFinder."_s);
-            QCOMPARE(text.font(), controller.view()->font()); // as the storyboard left it
-        } else {
-            QCOMPARE(text.text(),
-                     u"Make sure ZELNA Quorin is allowed under: System Settings > Privacy & Security > "
-                     u"Extensions > Added extensions > ZELNA Quorin Service."_s);
-            QCOMPARE(text.font().pointSizeF(), 12.0);
-            QCOMPARE(text.font().family(), QFontDatabase::systemFont(QFontDatabase::GeneralFont).family());
-        }
+        QCOMPARE(text.text(),
+                 running ? u"Make sure ZELNA Quorin is allowed under: System Preferences > Extensions >"
+                           u"\u00A0 Finder Extensions > MacQuorinFinder."_s
+                         : u"Make sure ZELNA Quorin is allowed under: System Settings > Privacy & "
+                           u"Security > Extensions > Added extensions > ZELNA Quorin Service."_s);
+        // The current system's text in the system font at 12 points; the earlier one as the storyboard left
+        // it.
+        QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+        font.setPointSizeF(12);
+        QCOMPARE(text.font(), running ? controller.view()->font() : font);
     }
 
     void enableStoresStartsAndGuardsAgainstASecondClick()
