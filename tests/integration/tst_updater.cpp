@@ -5,278 +5,179 @@
 #include "SUUpdateAlert.h"
 #include "SUUpdater.h"
 #include "SUUpdaterDelegate.h"
-#include "SUUserDriver.h"
 #include "TempHome.h"
 
-#include <QDateTime>
 #include <QDesktopServices>
-#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
-#include <QThread>
 #include <QTimer>
-
-#include <thread>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
-
-const QString suite = u"com.zelna.Quorin"_s;
-
 QByteArray feedWith(const QByteArray& version)
 {
-    return "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel><item>"
-           "<title>Q</title><sparkle:version>"
-           + version + "</sparkle:version><link>https://example.com/q</link></item></channel></rss>";
+    return "<rss xmlns:s=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel><item><s:version>"
+           + version + "</s:version></item></channel></rss>";
 }
-
-// Notes what the updater tells its delegate, and on which thread.
-struct Recorder : SUUpdaterDelegate {
-    QStringList calls;
-    QList<QThread*> threads;
-    void updaterDidNotFindUpdate(SUUpdater*) override { record(u"notFound"_s); }
-    void updaterDidRelaunchApplication(SUUpdater*) override { record(u"relaunched"_s); }
-    void record(const QString& call)
+struct SkippingUser : SUUserDriver {
+    QStringList* calls;
+    explicit SkippingUser(QStringList* list) : calls(list) { }
+    void showUpdateFound(const SUAppcastItem& item, const QString&, std::function<void(Choice)> then) override
     {
-        calls << call;
-        threads << QThread::currentThread();
+        *calls << u"offered "_s + item.versionString;
+        then(Choice::SkipThisVersion);
     }
 };
-
-// Answers every update found with one choice, noting the item.
-struct Driver : SUUserDriver {
-    QList<SUAppcastItem>* shown;
-    Choice choice;
-    Driver(QList<SUAppcastItem>* list, Choice c) : shown(list), choice(c) { }
-    void showUpdateFound(const SUAppcastItem& item, const QString&,
-                         std::function<void(Choice)> reply) override
-    {
-        shown->append(item);
-        reply(choice);
-    }
-};
-
-// Stands in for the browser: notes the addresses it was asked to open.
-class Browser : public QObject {
-    Q_OBJECT
-public:
-    QList<QUrl> opened;
-    Q_INVOKABLE void open(const QUrl& url) { opened << url; }
-};
-
 } // namespace
 
-// The updater against feeds in files and on a local server, with its
-// defaults in a temporary home.
-class TestUpdater : public QObject {
+// The updater against feeds in files and from a local server; m_calls notes what it tells the test.
+class TestUpdater : public QObject, public SUUpdaterDelegate {
     Q_OBJECT
     std::shared_ptr<RecordingLogSink> m_sink = RecordingLogSink::install();
-    std::unique_ptr<TempHome> m_home;
-    QList<SUAppcastItem> m_shown;
-    Recorder m_delegate;
+    TempHome m_home;
+    QTcpServer m_server;
+    QStringList m_calls;
 
-    std::unique_ptr<SUUpdater> make(SUUserDriver::Choice choice = SUUserDriver::Choice::RemindLater,
-                                    std::chrono::milliseconds timeout = 5s,
-                                    std::chrono::milliseconds deadline = 2min)
+    void updaterDidNotFindUpdate(SUUpdater*) override { m_calls << u"notFound"_s; }
+    void updaterDidRelaunchApplication(SUUpdater*) override { m_calls << u"relaunched"_s; }
+    Q_INVOKABLE void open(const QUrl& url) { m_calls << u"opened "_s + url.toString(); }
+
+    std::unique_ptr<SUUpdater> make(std::chrono::milliseconds timeout = 5s)
     {
-        SUUpdater::Host host{u"1.0"_s, u"1.0"_s, suite};
-        host.timeout = timeout;
-        host.deadline = deadline;
-        host.maxFeedBytes = 1 << 20;
-        auto updater = std::make_unique<SUUpdater>(host, std::make_unique<Driver>(&m_shown, choice));
-        updater->setDelegate(&m_delegate);
+        const SUUpdater::Host host{u"1.0"_s, u"1.0"_s, u"zq.test"_s, 24h, timeout, 4 * timeout, 1 << 20};
+        auto updater = std::make_unique<SUUpdater>(host, std::make_unique<SkippingUser>(&m_calls));
+        updater->setDelegate(this);
         return updater;
     }
-    QUrl writeFeed(const QByteArray& bytes)
+    QUrl writeFeed(const QByteArray& bytes, const QString& name = u"appcast.xml"_s)
     {
-        TempHome::writeFile(m_home->path() + u"/appcast.xml"_s, bytes);
-        return QUrl::fromLocalFile(m_home->path() + u"/appcast.xml"_s);
+        TempHome::writeFile(m_home.path() + u'/' + name, bytes);
+        return QUrl::fromLocalFile(m_home.path() + u'/' + name);
     }
-    // One background check from the feed; true once it has finished.
-    bool check(SUUpdater& updater, const std::optional<QUrl>& feed = {})
+    bool check(SUUpdater& updater, const QUrl& feed)
     {
-        if (feed)
-            updater.setFeedURL(*feed);
+        updater.setFeedURL(feed);
         QSignalSpy finished(&updater, &SUUpdater::checkFinished);
         updater.checkForUpdatesInBackground();
         return finished.wait(10000);
     }
 
 private Q_SLOTS:
+    // The server answers each request on a connection (so a redirect asks again) by its path.
+    void initTestCase()
+    {
+        m_home.applyToProcess();
+        QVERIFY(m_server.listen(QHostAddress::LocalHost));
+        connect(&m_server, &QTcpServer::newConnection, this, [this] {
+            QTcpSocket* socket = m_server.nextPendingConnection();
+            connect(socket, &QTcpSocket::readyRead, socket, [socket] {
+                static const QByteArray redirect = "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nLocation: ";
+                static const QHash<QByteArray, QByteArray> answers{
+                    {"/loop", redirect + "/loop\r\n\r\n"},
+                    {"/to-file", redirect + "file:///etc/passwd\r\n\r\n"},
+                    {"/to-data", redirect + "data:,<rss><channel/></rss>\r\n\r\n"},
+                    {"/endless", "HTTP/1.1 200 OK\r\n\r\n" + QByteArray(2 << 20, ' ')}, // and not ended
+                    {"/trickle", "HTTP/1.1 200 OK\r\n\r\n<rss>"}};
+                const QByteArray path = socket->readAll().split(' ').value(1);
+                socket->write(answers.value(path)); // nothing at all to others
+                if (path != "/trickle")
+                    return;
+                auto* timer = new QTimer(socket);
+                connect(timer, &QTimer::timeout, socket, [socket] { socket->write(" "); });
+                timer->start(50ms);
+            });
+        });
+    }
     void init()
     {
-        m_home = std::make_unique<TempHome>();
-        m_home->applyToProcess();
         m_sink->clear();
-        m_shown.clear();
-        m_delegate = {};
+        m_calls.clear();
     }
 
-    void intervalsAndRelaunchRules()
+    void newerVersionsAreOfferedUntilSkipped()
     {
-        QCOMPARE(SUUpdater::checkInterval(std::nullopt), 86400s);
-        QCOMPARE(SUUpdater::checkInterval(0), 86400s);
-        QCOMPARE(SUUpdater::checkInterval(-5), 86400s);
-        QCOMPARE(SUUpdater::checkInterval(60), 3600s);
-        QCOMPARE(SUUpdater::checkInterval(7200), 7200s);
-        QVERIFY(!SUUpdater::isRelaunch(std::nullopt, u"1.0"_s)); // a fresh account
-        QVERIFY(!SUUpdater::isRelaunch(u"1.0"_s, u"1.0"_s));
-        QVERIFY(SUUpdater::isRelaunch(u"0.9"_s, u"1.0"_s));
-        QVERIFY(SUUpdater::isRelaunch(u"1.1"_s, u"1.0"_s)); // a downgrade is a change too
-    }
-
-    void newerVersionIsOfferedUntilSkipped()
-    {
-        auto updater = make(SUUserDriver::Choice::SkipThisVersion);
+        auto updater = make();
         QVERIFY(check(*updater, writeFeed(feedWith("1.0.0"))));
-        QCOMPARE(m_delegate.calls, QStringList{u"notFound"_s});
-        QCOMPARE(m_delegate.threads, QList{QThread::currentThread()});
-        QVERIFY(m_shown.isEmpty());
-        QVERIFY(Platform::defaults().open(suite)->value(SUUpdater::lastCheckTimeKey).toDateTime().isValid());
-
         QVERIFY(check(*updater, writeFeed(feedWith("1.1"))));
-        QCOMPARE(m_shown.size(), 1);
-        QCOMPARE(m_shown.first().downloadPage(), QUrl(u"https://example.com/q"_s));
-        QCOMPARE(m_delegate.calls.size(), 1);
-        // The skipped version counts as no update from now on; a newer one is offered again.
-        QVERIFY(check(*updater));
-        QCOMPARE(m_shown.size(), 1);
-        QCOMPARE(m_delegate.calls.size(), 2);
-        QVERIFY(check(*updater, writeFeed(feedWith("1.2"))));
-        QCOMPARE(m_shown.size(), 2);
+        QVERIFY(check(*updater, writeFeed(feedWith("1.1")))); // the skipped version is no update from now on
+        QVERIFY(check(*make(), writeFeed(feedWith("1.2"))));  // not even after a restart, but a newer one is
+        QCOMPARE(m_calls, (QStringList{u"notFound"_s, u"offered 1.1"_s, u"notFound"_s, u"offered 1.2"_s}));
+        QCOMPARE(SUUpdater::checkInterval(std::nullopt), 24h); // a day unless asked for more than an hour
+        for (const auto& [asked, interval] :
+             QList<std::pair<qint64, std::chrono::seconds>>{{0, 24h}, {-5, 24h}, {1, 1h}, {7200, 2h}})
+            QCOMPARE(SUUpdater::checkInterval(asked), interval);
     }
 
     void failedChecksAreLoggedNotReported_data()
     {
-        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QUrl>("feed");
         QTest::addColumn<QString>("logged");
-        QTest::newRow("malformed") << u"malformed"_s << u"cannot be read"_s;
-        QTest::newRow("not a feed") << u"html"_s << u"not an RSS feed"_s;
-        QTest::newRow("several megabytes") << u"large"_s << u"larger than"_s;
-        QTest::newRow("endless device file") << u"zero"_s << u"cannot be read"_s; // read as empty, no hang
-        QTest::newRow("missing file") << u"missing"_s << u"failed"_s;
-        QTest::newRow("other scheme") << u"ftp"_s << u"not an https, http or file URL"_s;
-        // Servers: a silent one meets the 300 ms transfer time-out; a trickle outlives it.
-        QTest::newRow("refused connection") << u"refused"_s << u"failed"_s;
-        QTest::newRow("never answers") << u"silent"_s << u"failed"_s;
-        QTest::newRow("never ends") << u"endless"_s << u"larger than"_s;
-        QTest::newRow("trickles") << u"trickle"_s << u"did not arrive within"_s;
-        QTest::newRow("redirects in a loop") << u"redirect"_s << u"failed: Too many redirects"_s;
+        QByteArray bomb = "<!DOCTYPE rss [<!ENTITY a \"aaaaaaaaaa\">"; // not expanded to gigabytes
+        for (char c = 'b'; c <= 'j'; ++c)
+            bomb += "<!ENTITY " + QByteArray(1, c) + " \""
+                    + QByteArray("&").append(char(c - 1)).append(';').repeated(10) + "\">";
+        const QString served = u"http://127.0.0.1:%1"_s.arg(m_server.serverPort());
+        QTest::newRow("malformed") << writeFeed("<rss><channel><item></channel>", u"1"_s) << u"line 1"_s;
+        QTest::newRow("entity bomb") << writeFeed(bomb + "]><rss>&j;</rss>", u"4"_s) << u"entity"_s;
+        QTest::newRow("several megabytes") << writeFeed(QByteArray(3 << 20, ' '), u"5"_s) << u"larger than"_s;
+        QTest::newRow("missing file") << QUrl::fromLocalFile(m_home.path() + u"/none"_s) << u"failed"_s;
+        QTest::newRow("endless device file") << QUrl(u"file:///dev/zero"_s) << u"cannot be read"_s; // no hang
+        QTest::newRow("other scheme")
+            << QUrl(u"ftp://127.0.0.1/a.xml"_s) << u"not an https, http or file URL"_s;
+        // A silent server meets the 300 ms transfer time-out; a trickle outlives it, not the 1.2 s deadline.
+        QTest::newRow("never answers") << QUrl(served + u"/silent"_s) << u"failed"_s;
+        QTest::newRow("never ends") << QUrl(served + u"/endless"_s) << u"larger than"_s;
+        QTest::newRow("trickles") << QUrl(served + u"/trickle"_s) << u"did not arrive within"_s;
+        QTest::newRow("redirects in a loop") << QUrl(served + u"/loop"_s) << u"Too many redirects"_s;
+        QTest::newRow("redirects to a file") << QUrl(served + u"/to-file"_s) << u"Unknown protocol"_s;
+        QTest::newRow("redirects to data") << QUrl(served + u"/to-data"_s) << u"Unknown protocol"_s;
     }
     void failedChecksAreLoggedNotReported()
     {
-        QFETCH(QString, kind);
+        QFETCH(QUrl, feed);
         QFETCH(QString, logged);
-        QTcpServer server;
-        QUrl url = QUrl(u"http://127.0.0.1:%1/appcast.xml"_s.arg(
-            server.listen(QHostAddress::LocalHost) ? server.serverPort() : 0));
-        if (kind == u"malformed"_s)
-            url = writeFeed("<rss><channel><item>");
-        else if (kind == u"html"_s)
-            url = writeFeed("<html/>");
-        else if (kind == u"large"_s)
-            url = writeFeed(feedWith("9.0").append(QByteArray(3 << 20, ' ')));
-        else if (kind == u"zero"_s)
-            url = QUrl(u"file:///dev/zero"_s);
-        else if (kind == u"missing"_s)
-            url = QUrl::fromLocalFile(m_home->path() + u"/none.xml"_s);
-        else if (kind == u"ftp"_s)
-            url = QUrl(u"ftp://127.0.0.1/appcast.xml"_s);
-        else if (kind == u"refused"_s)
-            url.setPort(1);
+        const bool served = feed.scheme() == u"http"_s;
 #if defined(__SANITIZE_THREAD__)
-        if (url.scheme() == u"http"_s)
+        if (served)
             QSKIP("Qt's HTTP thread is not built with ThreadSanitizer and reports its own hand-overs");
 #endif
-        connect(&server, &QTcpServer::newConnection, &server, [&server, kind] {
-            QTcpSocket* socket = server.nextPendingConnection();
-            connect(socket, &QTcpSocket::readyRead, socket, [socket, kind] {
-                if (!socket->readAll().contains("\r\n\r\n") || socket->property("answered").toBool()
-                    || kind == u"silent"_s)
-                    return;
-                if (kind == u"redirect"_s) { // the same connection asks again
-                    socket->write(
-                        "HTTP/1.1 302 Found\r\nLocation: /appcast.xml\r\nContent-Length: 0\r\n\r\n");
-                    return;
-                }
-                socket->setProperty("answered", true);
-                socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/rss+xml\r\n\r\n<rss>");
-                auto* timer = new QTimer(socket);
-                connect(timer, &QTimer::timeout, socket, [socket, kind] {
-                    socket->write(kind == u"endless"_s ? QByteArray(64 * 1024, ' ') : QByteArray(" "));
-                });
-                timer->start(kind == u"endless"_s ? 1ms : 50ms);
-            });
-        });
-        const bool served = url.scheme() == u"http"_s;
-        auto updater = make(SUUserDriver::Choice::RemindLater, served ? 300ms : 5s, served ? 1s : 2min);
-        QVERIFY(check(*updater, url));
-        QCOMPARE(m_delegate.calls, QStringList());
-        QVERIFY(m_shown.isEmpty());
-        QCOMPARE(m_sink->lines().size(), 1);
-        QVERIFY2(m_sink->lines()[0].startsWith(u"Updater: "_s) && m_sink->lines()[0].contains(logged),
-                 qPrintable(m_sink->lines()[0]));
+        QVERIFY(check(*make(served ? 300ms : 5s), feed));
+        const QStringList log = m_sink->lines();
+        QVERIFY2(m_calls.isEmpty() && log.size() == 1 && log[0].contains(logged),
+                 qPrintable(log.join(u'\n')));
     }
 
     // A feed's download link can name any scheme; only web pages go to the browser.
-    void downloadOpensOnlyWebAddresses()
+    void downloadOpensOnlyWebPages()
     {
-        Browser browser;
         const QStringList schemes{u"http"_s, u"https"_s, u"file"_s, u"javascript"_s, u"smb"_s, u"ftp"_s};
         for (const QString& scheme : schemes)
-            QDesktopServices::setUrlHandler(scheme, &browser, "open");
-        const auto unset = qScopeGuard([&schemes] {
-            for (const QString& scheme : schemes)
-                QDesktopServices::unsetUrlHandler(scheme);
-        });
-        const QStringList refused{
-            u"file:///etc/passwd"_s,      u"javascript:alert(1)"_s, u"smb://host/share/q.deb"_s,
-            u"ftp://example.com/q.deb"_s, u"/opt/q.deb"_s,          u""_s};
+            QDesktopServices::setUrlHandler(scheme, this, "open");
+        const QStringList refused{u"file:///etc/passwd"_s, u"javascript:alert(1)"_s, u"smb://host/q.deb"_s,
+                                  u"ftp://host/q.deb"_s,   u"/opt/q.deb"_s,          u""_s};
         for (const QString& address : refused)
             QVERIFY2(!SUUpdateAlert::openDownloadPage(QUrl(address)), qPrintable(address));
-        QVERIFY(SUUpdateAlert::openDownloadPage(QUrl(u"https://example.com/q"_s)));
-        QVERIFY(SUUpdateAlert::openDownloadPage(QUrl(u"HTTP://example.com/q"_s)));
-        QCOMPARE(browser.opened,
-                 (QList<QUrl>{QUrl(u"https://example.com/q"_s), QUrl(u"HTTP://example.com/q"_s)}));
+        QVERIFY(SUUpdateAlert::openDownloadPage(QUrl(u"http://example.com/q"_s)));
+        QVERIFY(SUUpdateAlert::openDownloadPage(QUrl(u"HTTPS://example.com/q"_s)));
+        QCOMPARE(m_calls, (QStringList{u"opened http://example.com/q"_s, u"opened https://example.com/q"_s}));
         QCOMPARE(m_sink->lines().size(), refused.size());
+        for (const QString& scheme : schemes)
+            QDesktopServices::unsetUrlHandler(scheme);
     }
 
-    void configurationFromAnotherThreadAndScheduledChecks()
+    // A version other than the last launch's means the update was installed: told once, at once.
+    void relaunchIsToldOnce()
     {
-        Platform::defaults().open(suite)->setValue(SUUpdater::lastCheckTimeKey,
-                                                   QDateTime::currentDateTimeUtc().addDays(-2));
+        Platform::defaults().open(u"zq.test"_s)->setValue(SUUpdater::lastLaunchedVersionKey, u"0.9"_s);
         auto updater = make();
-        const QUrl url = writeFeed(feedWith("0.5"));
-        QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
-        std::thread([&] {
-            updater->setFeedURL(url);
-            updater->setAutomaticallyChecksForUpdates(true); // overdue: checks without being asked
-        }).join();
-        QVERIFY(finished.wait(5000));
-        QCOMPARE(m_delegate.calls, QStringList{u"notFound"_s});
-        QCOMPARE(m_delegate.threads.first(), QThread::currentThread()); // checks stay on the owner's thread
-        QVERIFY(updater->automaticallyChecksForUpdates());
-        QVERIFY(!finished.wait(300)); // the next one is a whole interval away
-    }
-
-    void relaunchIsToldOnceOnTheMainThread()
-    {
-        Platform::defaults().open(suite)->setValue(SUUpdater::lastLaunchedVersionKey, u"0.9"_s);
-        auto updater = make();
-        QCOMPARE(Platform::defaults().open(suite)->value(SUUpdater::lastLaunchedVersionKey),
-                 QVariant(u"1.0"_s));
-        std::thread([&] { updater->setDelegate(&m_delegate); }).join();
-        QTRY_COMPARE(m_delegate.calls, QStringList{u"relaunched"_s});
-        QCOMPARE(m_delegate.threads.first(), QThread::currentThread());
-        QTest::qWait(50);
-        QCOMPARE(m_delegate.calls.size(), 1);
+        QTRY_COMPARE(m_calls, QStringList{u"relaunched"_s});
         auto again = make(); // the next start with the same version is no relaunch
         QTest::qWait(50);
-        QCOMPARE(m_delegate.calls.size(), 1);
+        QCOMPARE(m_calls, QStringList{u"relaunched"_s});
     }
 };
 
