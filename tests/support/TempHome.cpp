@@ -36,8 +36,7 @@ QProcessEnvironment TempHome::environment() const
 void TempHome::applyToProcess() const
 {
     const QProcessEnvironment env = environment();
-    for (const QString& key : {u"HOME"_s, u"XDG_CONFIG_HOME"_s, u"XDG_DATA_HOME"_s, u"XDG_DATA_DIRS"_s,
-                               u"XDG_CONFIG_DIRS"_s, u"XDG_RUNTIME_DIR"_s})
+    for (const QString& key : env.keys())
         qputenv(key.toUtf8().constData(), env.value(key).toUtf8());
 }
 
@@ -53,9 +52,7 @@ QString TempHome::installApplication(const QString& identifier, const QString& e
 QString TempHome::readFile(const QString& path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll());
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
 bool TempHome::writeFile(const QString& path, const QByteArray& bytes)
