@@ -1,17 +1,14 @@
-// Stands in for the background service: notes each start, then waits to be killed.
+// Stands in for the background service: notes each start (pid and session), then waits to be killed.
 #include <cstdio>
 #include <cstdlib>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 int main()
 {
-    if (const char* log = std::getenv("ZQ_SERVICE_STARTS")) {
-        if (FILE* file = std::fopen(log, "a")) {
-            std::fprintf(file, "%ld %ld\n", static_cast<long>(getpid()), static_cast<long>(getsid(0)));
-            std::fclose(file);
-        }
-    }
+    if (const char* log = std::getenv("ZQ_SERVICE_STARTS"))
+        dprintf(open(log, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644), "%d %d\n", getpid(), getsid(0));
     for (;;)
         pause();
 }
