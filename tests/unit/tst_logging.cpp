@@ -1,11 +1,16 @@
 #include "CLogger.h"
 #include "DispatchQueue.h"
+#include "LinuxLogSink.h"
 #include "PrintfFormat.h"
 #include "TempHome.h"
 
+#include <QRegularExpression>
+#include <QTemporaryFile>
 #include <QTest>
 
 #include <semaphore>
+
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 using S = OutputStream;
@@ -34,6 +39,21 @@ private Q_SLOTS:
         QCOMPARE(PrintfFormat::render("%999999999999d|%.99999999f|%99999999999s"),
                  QByteArray(max - 1, ' ') + "0|0." + QByteArray(max, '0') + '|' + QByteArray(max - 6, ' ')
                      + "(null)");
+    }
+
+    // Standard error gets each line after local time to the millisecond, program, pid and thread.
+    void platformLogLine()
+    {
+        QTemporaryFile capture;
+        const int saved = ::dup(STDERR_FILENO);
+        QVERIFY(capture.open() && ::dup2(capture.handle(), STDERR_FILENO) == STDERR_FILENO);
+        LinuxLogSink().write("a line");
+        ::dup2(saved, STDERR_FILENO);
+        ::close(saved);
+        static const QRegularExpression line(
+            uR"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} tst_logging\[\d+:\d+\] a line\n$)"_s);
+        const QString written = TempHome::readFile(capture.fileName());
+        QVERIFY2(line.match(written).hasMatch(), qPrintable(written));
     }
 
     void streamAppendsToTheFile()
