@@ -77,13 +77,11 @@ const Target targets[] = {
     // is copied into autostart, and the copy must start the same program.
     {"fuzz_desktop_entry",
      [](const QString& scratch) {
-         qputenv("XDG_DATA_HOME", QFile::encodeName(scratch + u"/data"_s));
-         qputenv("XDG_CONFIG_HOME", QFile::encodeName(scratch + u"/config"_s));
-         qputenv("XDG_DATA_DIRS", QFile::encodeName(scratch + u"/none"_s));
-         qputenv("XDG_CONFIG_DIRS", QFile::encodeName(scratch + u"/none"_s));
-         QDir().mkpath(scratch + u"/data/applications"_s);
-         g_file = scratch + u"/data/applications/com.example.Fuzz.desktop"_s;
-         g_other = scratch + u"/config/autostart/com.example.Fuzz.desktop"_s;
+         for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_DATA_DIRS", "XDG_CONFIG_DIRS"})
+             qputenv(name, QFile::encodeName(scratch + u'/' + QLatin1StringView(name)));
+         QDir().mkpath(scratch + u"/XDG_DATA_HOME/applications"_s);
+         g_file = scratch + u"/XDG_DATA_HOME/applications/com.example.Fuzz.desktop"_s;
+         g_other = scratch + u"/XDG_CONFIG_HOME/autostart/com.example.Fuzz.desktop"_s;
      },
      [](const QByteArray& input) {
          writeFile(g_file, input);
@@ -135,9 +133,8 @@ const Target targets[] = {
     // Versions from the feed and the bundle: two, split at the first line break.
     {"fuzz_version_comparator", nullptr,
      [](const QByteArray& input) {
-         const qsizetype split = input.indexOf('\n');
-         const QString a = QString::fromUtf8(split < 0 ? input : input.left(split));
-         const QString b = split < 0 ? QString() : QString::fromUtf8(input.mid(split + 1));
+         const QString a = QString::fromUtf8(input).section(u'\n', 0, 0);
+         const QString b = QString::fromUtf8(input).section(u'\n', 1);
          FUZZ_CHECK(SUStandardVersionComparator::compareVersions(a, a) == 0);
          const auto sign = [](int value) { return (value > 0) - (value < 0); };
          FUZZ_CHECK(sign(SUStandardVersionComparator::compareVersions(a, b))
