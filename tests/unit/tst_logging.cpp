@@ -48,10 +48,14 @@ private Q_SLOTS:
         const int saved = ::dup(STDERR_FILENO);
         QVERIFY(capture.open() && ::dup2(capture.handle(), STDERR_FILENO) == STDERR_FILENO);
         LinuxLogSink().write("a line");
+        const QByteArray longName(300, 'n'); // the prefix is cut at 255 bytes, the line is not
+        char* const name = std::exchange(program_invocation_short_name, const_cast<char*>(longName.data()));
+        LinuxLogSink().write("a line");
+        program_invocation_short_name = name;
         ::dup2(saved, STDERR_FILENO);
         ::close(saved);
         static const QRegularExpression line(
-            uR"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} tst_logging\[\d+:\d+\] a line\n$)"_s);
+            uR"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} tst_logging\[\d+:\d+\] a line\n.{255}a line\n$)"_s);
         const QString written = TempHome::readFile(capture.fileName());
         QVERIFY2(line.match(written).hasMatch(), qPrintable(written));
     }
