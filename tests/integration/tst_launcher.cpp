@@ -7,102 +7,98 @@
 
 using namespace Qt::Literals::StringLiterals;
 
+#define VERIFY_RUN(condition, run) QVERIFY2(condition, qPrintable((run)->output()))
+
 namespace {
 
-// One run of the launcher bundle, with its output collected as it comes.
-class Launch {
-public:
-    Launch(const QString& program, const QProcessEnvironment& env, const QStringList& args)
-    {
-        m_process.setProcessEnvironment(env);
-        m_process.setProcessChannelMode(QProcess::MergedChannels);
-        m_process.start(program, args);
-    }
-    ~Launch()
-    {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
-    // Waits until the output holds the text; false when the process ended or time ran out first.
+// One run of the launcher bundle, with its output collected as it comes; killed when dropped.
+struct Launch : QProcess {
+    QString seen;
+    ~Launch() override { kill(), waitForFinished(); }
+    QString output() { return seen += QString::fromUtf8(readAll()); }
+    bool says(const QString& text) { return output().contains(text); }
+    // False when the process ended or time ran out before the text came.
     bool waitFor(const QString& text)
     {
-        for (QDeadlineTimer deadline(15000); !output().contains(text); m_process.waitForReadyRead(50))
-            if (m_process.state() == QProcess::NotRunning || deadline.hasExpired())
-                return false;
-        return true;
+        return QTest::qWaitFor([&] { return says(text) || state() == NotRunning; }, 15000) && says(text);
     }
-    // The exit status; -1 for a crash (a fatal error aborts), -2 when still running after the time-out.
-    int finish()
-    {
-        return !m_process.waitForFinished(15000) ? -2 : m_process.exitStatus() ? -1 : m_process.exitCode();
-    }
-    bool running() const { return m_process.state() == QProcess::Running; }
-    QString output() { return m_output += QString::fromUtf8(m_process.readAll()); }
-
-private:
-    QProcess m_process;
-    QString m_output;
+    // 0 for success, 1 for any failure (a fatal error aborts), -1 when still running after the time-out.
+    int finish() { return !waitForFinished(15000) ? -1 : exitStatus() || exitCode() ? 1 : 0; }
 };
 
 const QString window = u"window shown: MainWindow"_s;
+const QString handedOver = u"handed over to the running launcher"_s;
+const QString check = u"checkVersion"_s;
+const char* const feedXml = "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\">"
+                            "<channel><item><sparkle:version>%1</sparkle:version></item></channel></rss>";
+const char* const infoXml = "<plist><dict>%1<key>CFBundleIdentifier</key><string>com.zelna.Quorin</string>"
+                            "<key>CFBundleShortVersionString</key><string>1.0.0</string>"
+                            "<key>CFBundleVersion</key><string>1.0.0</string></dict></plist>";
 
 } // namespace
 
-// The built launcher, copied into a bundle of its own, run in a temporary home
-// with a stand-in election tool on PATH.
+// The built launcher in a bundle of its own and a temporary home, with a stand-in pluginkit.
 class TestLauncher : public QObject {
     Q_OBJECT
     std::unique_ptr<TempHome> m_home;
     QProcessEnvironment m_env;
 
     QString path(const QString& relative) const { return m_home->path() + u'/' + relative; }
-    QString socket() const { return path(u"runtime/zelna-quorin.socket"_s); }
     std::unique_ptr<Launch> launch(const QStringList& arguments = {})
     {
-        return std::make_unique<Launch>(path(u"bundle/bin/zelna-quorin"_s), m_env, arguments);
+        auto run = std::make_unique<Launch>();
+        run->setProcessEnvironment(m_env);
+        run->setProcessChannelMode(QProcess::MergedChannels);
+        run->start(path(u"bundle/bin/zelna-quorin"_s), arguments);
+        return run;
     }
-    // The bundle's Info.plist with the given feed entry: a feed file with that
-    // version ("1.0", "2.0"), "none" for a missing feed file, or the raw entry.
-    void writeInfo(const QByteArray& feed)
+    // The bundle's Info.plist with the given entries, or with a feed file of version
+    // "1.0" or "2.0", or "none" for a feed file that is missing.
+    void writeInfo(QByteArray feed)
     {
-        QByteArray entry = feed;
-        if (feed == "1.0" || feed == "2.0" || feed == "none") {
-            QVERIFY(feed == "none"
-                    || TempHome::writeFile(path(u"appcast.xml"_s),
-                                           "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/"
-                                           "sparkle\"><channel><item><title>Q</title><sparkle:version>"
-                                               + feed + "</sparkle:version></item></channel></rss>"));
-            entry = "<key>SUFeedURL</key><string>" + QUrl::fromLocalFile(path(u"appcast.xml"_s)).toEncoded()
-                    + "</string>";
-        }
+        const QString appcast = path(u"appcast.xml"_s);
+        if (feed == "1.0" || feed == "2.0")
+            QVERIFY(TempHome::writeFile(appcast, QByteArray(feedXml).replace("%1", feed)));
+        if (feed == "1.0" || feed == "2.0" || feed == "none")
+            feed = "<key>SUFeedURL</key><string>" + QUrl::fromLocalFile(appcast).toEncoded() + "</string>";
         QVERIFY(TempHome::writeFile(path(u"bundle/share/zelna-quorin/Info.plist"_s),
-                                    feed == "garbage"
-                                        ? QByteArray("this is not a property list")
-                                        : "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
-                                          "<string>com.zelna.Quorin</string><key>"
-                                          "CFBundleShortVersionString</key><string>1.0.0</string>"
-                                          "<key>CFBundleVersion</key><string>1.0.0</string>"
-                                              + entry + "</dict></plist>"));
+                                    QByteArray(infoXml).replace("%1", feed)));
     }
     bool checkRecorded() const
     {
         return TempHome::readFile(m_home->configHome() + u"/com.zelna.Quorin.plist"_s)
             .contains(u"SULastCheckTime"_s);
     }
+    // What another user's reopen request meets: "refused", "hung up" or "answered".
+    static QString reopenAsNobody(const QString& socket)
+    {
+        QProcess client;
+        TempHome::runAsNobody(client);
+        client.start(u"/usr/bin/python3"_s, // the system's, which the other user may run
+                     {u"-c"_s,
+                      u"import socket, sys\ns = socket.socket(socket.AF_UNIX); s.settimeout(3)\n"
+                      u"try: s.connect(sys.argv[1])\nexcept OSError: sys.exit('refused')\n"
+                      u"try: s.sendall(b'reopen\\n'); print('answered' if s.recv(10) else 'hung up')\n"
+                      u"except OSError: print('hung up')\n"_s,
+                      socket});
+        client.waitForFinished(10000);
+        return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError()).trimmed();
+    }
 
 private Q_SLOTS:
     void init()
     {
         m_home = std::make_unique<TempHome>();
-        const QString built = QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath();
         QVERIFY(QDir().mkpath(path(u"bundle/bin"_s)) && QDir().mkpath(path(u"bundle/share/zelna-quorin"_s))
-                && QDir().mkpath(path(u"fakebin"_s)));
+                && QDir().mkpath(path(u"tmp"_s)));
         QVERIFY(QFile::copy(QStringLiteral(ZQ_LAUNCHER), path(u"bundle/bin/zelna-quorin"_s))
-                && QFile::copy(built + u"/../share/zelna-quorin/Main.ui"_s,
+                && QFile::copy(QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath()
+                                   + u"/../share/zelna-quorin/Main.ui"_s,
                                path(u"bundle/share/zelna-quorin/Main.ui"_s))
-                && QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), path(u"fakebin/pluginkit"_s)));
+                && QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), path(u"bundle/bin/pluginkit"_s)));
         m_env = m_home->environment();
-        m_env.insert(u"PATH"_s, path(u"fakebin:"_s) + m_env.value(u"PATH"_s));
+        m_env.insert(u"PATH"_s, path(u"bundle/bin:"_s) + m_env.value(u"PATH"_s));
+        m_env.insert(u"TMPDIR"_s, path(u"tmp"_s));
         m_env.insert(u"ZQ_PLUGINKIT_LOG"_s, path(u"pluginkit.log"_s));
         m_env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
         m_env.insert(u"QT_LOGGING_RULES"_s, u"zelna.*.debug=true"_s);
@@ -111,131 +107,86 @@ private Q_SLOTS:
     void start_data()
     {
         QTest::addColumn<QByteArray>("feed"); // see writeInfo
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<int>("status"); // 0, 1 for any failure, -1 for still running
-        QTest::addColumn<QString>("shown");
-        QTest::addColumn<QString>("notShown");
-        const QStringList check{u"checkVersion"_s};
-        QTest::newRow("checker, no newer version") << QByteArray("1.0") << check << 0 << QString() << window;
+        QTest::addColumn<QString>("arguments");
+        QTest::addColumn<int>("status");    // 0, 1 for any failure, -1 for still running
+        QTest::addColumn<QString>("shown"); // the window only when this says so
+        QTest::newRow("checker, no newer version") << "1.0"_ba << check << 0 << u""_s;
         QTest::newRow("checker, newer version")
-            << QByteArray("2.0") << check << -1 << u"update alert shown for version 2.0"_s << window;
-        // Only the first argument, exactly, makes a checker; no update found does not end the others.
-        QTest::newRow("checkVersion second")
-            << QByteArray("1.0") << QStringList{u"--verbose"_s, u"checkVersion"_s} << -1
-            << u"application activated"_s << QString();
-        QTest::newRow("capitalised") << QByteArray("1.0") << QStringList{u"CheckVersion"_s} << -1 << window
-                                     << QString();
-        QTest::newRow("no feed, no check") << QByteArray() << QStringList() << -1 << window << u"Updater:"_s;
-        QTest::newRow("a number, no check") << QByteArray("<key>SUFeedURL</key><integer>42</integer>")
-                                            << QStringList() << -1 << window << u"Updater:"_s;
+            << "2.0"_ba << check << -1 << u"update alert shown for version 2.0"_s;
+        // Only the first argument, exactly, makes a checker.
+        QTest::newRow("capitalised, then second")
+            << "1.0"_ba << u"CheckVersion checkVersion"_s << -1 << window;
+        // Without a feed URL (here one of the wrong type) nothing is checked.
+        QTest::newRow("a number") << "<key>SUFeedURL</key><integer>42</integer>"_ba << u""_s << -1 << window;
         QTest::newRow("feed not a URL")
-            << QByteArray("<key>SUFeedURL</key><string>not a url</string>") << QStringList() << 1
-            << u"SUFeedURL \"not a url\" in the bundle's Info.plist is not a URL"_s << window;
-        // Without an information list there is no version to show: a clear, deliberate end.
-        QTest::newRow("unreadable Info.plist")
-            << QByteArray("garbage") << QStringList() << 1
-            << u"The bundle's Info.plist has no CFBundleShortVersionString"_s << window;
+            << "<key>SUFeedURL</key><string>not a url</string>"_ba << u""_s << 1
+            << u"SUFeedURL \"not a url\" in the bundle's Info.plist is not a URL"_s;
+        // No version to show: a clear, deliberate end.
+        QTest::newRow("Info.plist cut short")
+            << "</dict>"_ba << u""_s << 1 << u"The bundle's Info.plist has no CFBundleShortVersionString"_s;
     }
     void start()
     {
         QFETCH(QByteArray, feed);
-        QFETCH(QStringList, arguments);
+        QFETCH(QString, arguments);
         QFETCH(int, status);
         QFETCH(QString, shown);
-        QFETCH(QString, notShown);
         writeInfo(feed);
-        auto run = launch(arguments);
-        if (status >= 0) {
-            const int code = run->finish();
-            QVERIFY2(code != -2 && (code != 0) == (status != 0), qPrintable(run->output()));
-        } else {
-            QVERIFY2(run->waitFor(shown), qPrintable(run->output()));
-            QTest::qWait(300);
-            QVERIFY(run->running());
-        }
-        QVERIFY2(run->output().contains(shown) && (notShown.isEmpty() || !run->output().contains(notShown)),
-                 qPrintable(run->output()));
-        QVERIFY(arguments != QStringList{u"checkVersion"_s} || checkRecorded());
-        QVERIFY(notShown != u"Updater:"_s || !checkRecorded());
-        // The service pass ran first, whatever followed.
+        auto run = launch(arguments.split(u' ', Qt::SkipEmptyParts));
+        // Still running means no update found does not end the others.
+        VERIFY_RUN(status < 0 ? run->waitFor(shown) && run->state() == QProcess::Running
+                              : run->finish() == status,
+                   run);
+        VERIFY_RUN(run->says(shown) && (shown == window || !run->says(window)), run);
+        QVERIFY(arguments != check || checkRecorded());
+        // The service pass runs at every start, whatever follows.
         QCOMPARE(TempHome::readFile(path(u"pluginkit.log"_s)),
                  u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
+        if (feed != "1.0" && feed != "2.0")
+            VERIFY_RUN(!run->says(u"Updater:"_s) && !checkRecorded(), run);
     }
 
+    // A second start hands over to the first and ends. Another user is kept out by the
+    // folder's permissions and, should those be opened up, by the peer's credentials.
+    void secondLaunchReopensTheFirst_data()
+    {
+        QTest::addColumn<bool>("shared");
+        QTest::newRow("private runtime folder") << false;
+        // One that others may write is not used; a private folder under TMPDIR is.
+        QTest::newRow("shared runtime folder") << true;
+    }
     void secondLaunchReopensTheFirst()
     {
+        QFETCH(bool, shared);
+        QVERIFY(!shared || QFile::setPermissions(path(u"runtime"_s), QFile::Permissions(0x7777)));
+        const QString folder
+            = shared ? path(u"tmp/zelna-quorin-"_s) + QString::number(::getuid()) : path(u"runtime"_s);
+        const QString socket = folder + u"/zelna-quorin.socket"_s;
         writeInfo("none"); // a checker whose feed is missing stays, windowless
-        auto first = launch({u"checkVersion"_s});
-        QVERIFY2(first->waitFor(u"Updater: update check of"_s), qPrintable(first->output()));
-        auto second = launch();
-        QCOMPARE(second->finish(), 0);
-        QVERIFY2(second->output().contains(u"handed over to the running launcher"_s),
-                 qPrintable(second->output()));
-        QVERIFY(!second->output().contains(u"ZELNA_LOG"_s)); // no service pass of its own
-        QVERIFY2(first->waitFor(u"Handling accessory state on reopen"_s) && first->waitFor(window),
-                 qPrintable(first->output()));
-        // A checker never hands over: it checks.
+        auto first = launch({check});
+        VERIFY_RUN(first->waitFor(u"Updater: update check of"_s) && QFile::exists(socket), first);
+        if (::geteuid() == 0) { // only root can act as another user
+            QCOMPARE(reopenAsNobody(socket), u"refused"_s);
+            QVERIFY(TempHome::letOthersThrough(m_home->path()) && TempHome::letOthersThrough(folder));
+            QVERIFY(QFile::setPermissions(socket, QFile::Permissions(0x6666)));
+            QCOMPARE(reopenAsNobody(socket), u"hung up"_s);
+        }
+        auto second = launch(); // no service pass of its own
+        VERIFY_RUN(second->finish() == 0 && second->says(handedOver) && !second->says(u"ZELNA_LOG"_s),
+                   second);
+        VERIFY_RUN(first->waitFor(window)
+                       && first->says(u"ZENLA Launcher Handling accessory state on reopen"_s),
+                   first);
+        // Once, with the log text as it has always been spelt; none for the other user.
+        QCOMPARE(first->output().count(u"ZENLA Launcher applicationShouldHandleReopen"_s), 1);
         writeInfo("1.0");
-        auto checker = launch({u"checkVersion"_s});
-        QCOMPARE(checker->finish(), 0);
-        QVERIFY2(!checker->output().contains(u"handed over"_s), qPrintable(checker->output()));
+        auto checker = launch({check}); // a checker never hands over: it checks
+        VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
         // A launcher killed at once leaves its socket file behind; the next one clears it.
         first.reset();
-        QVERIFY(QFile::exists(socket()));
+        QVERIFY(QFile::exists(socket));
         auto next = launch();
-        QVERIFY2(next->waitFor(window) && !next->output().contains(u"handed over"_s),
-                 qPrintable(next->output()));
-    }
-
-    // Another user is kept out by the folder's permissions and, should those be
-    // opened up, by the peer's credentials.
-    void anotherUserCannotReopen()
-    {
-        if (::geteuid() != 0)
-            QSKIP("needs root to connect as another user");
-        writeInfo("none");
-        auto first = launch({u"checkVersion"_s});
-        QVERIFY2(first->waitFor(u"Updater: update check of"_s), qPrintable(first->output()));
-        auto reopenAsNobody = [this] {
-            QProcess client;
-            TempHome::runAsNobody(client);
-            client.start(
-                u"/usr/bin/python3"_s, // the system's, which the other user may run
-                {u"-c"_s,
-                 u"import socket, sys\ns = socket.socket(socket.AF_UNIX)\ntry: s.connect(sys.argv[1])\n"
-                 u"except OSError: sys.exit('refused')\ntry:\n    s.sendall(b'reopen\\n'); s.settimeout(3)\n"
-                 u"    print('answered' if s.recv(10) else 'hung up')\nexcept OSError: print('hung up')\n"_s,
-                 socket()});
-            client.waitForFinished(10000);
-            return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError())
-                .trimmed();
-        };
-        QCOMPARE(reopenAsNobody(), u"refused"_s);
-        QVERIFY(TempHome::letOthersThrough(m_home->path()) && TempHome::letOthersThrough(path(u"runtime"_s)));
-        QVERIFY(QFile::setPermissions(socket(),
-                                      QFile::permissions(socket()) | QFile::ReadOther | QFile::WriteOther));
-        QCOMPARE(reopenAsNobody(), u"hung up"_s);
-        QTest::qWait(300);
-        QVERIFY(!first->output().contains(u"applicationShouldHandleReopen"_s) && first->running());
-    }
-
-    void sharedRuntimeFolderIsNotUsed()
-    {
-        writeInfo({});
-        QVERIFY(QFile::setPermissions(path(u"runtime"_s), QFile::Permissions(0x7777))
-                && QDir().mkpath(path(u"tmp"_s)));
-        m_env.insert(u"TMPDIR"_s, path(u"tmp"_s));
-        auto first = launch();
-        QVERIFY2(first->waitFor(window), qPrintable(first->output()));
-        QVERIFY(QDir(path(u"runtime"_s)).entryList(QDir::System | QDir::Files).isEmpty());
-        const QString own = path(u"tmp/zelna-quorin-"_s) + QString::number(::getuid());
-        QVERIFY(QFile::exists(own + u"/zelna-quorin.socket"_s));
-        QCOMPARE(QFile::permissions(own) & (QFile::ReadOther | QFile::WriteOther | QFile::ExeOther),
-                 QFile::Permissions());
-        auto second = launch();
-        QCOMPARE(second->finish(), 0);
-        QVERIFY2(second->output().contains(u"handed over to the running launcher"_s),
-                 qPrintable(second->output()));
+        VERIFY_RUN(next->waitFor(window) && !next->says(handedOver), next);
     }
 };
 
