@@ -12,7 +12,7 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-TempHome::TempHome()
+TempHome::TempHome(const QString& base) : m_dir(base + u"/zq-test-XXXXXX"_s)
 {
     const QStringList dirs{configHome(),      dataHome(),        systemDataDir(),
                            systemConfigDir(), applicationsDir(), path() + u"/runtime"_s};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDir>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
@@ -10,7 +11,9 @@
 // A throw-away home with its own XDG directories, so tests touch nothing of the user's.
 class TempHome {
 public:
-    TempHome();
+    // Below BASE, the temporary folder unless given: tests that sync many writes
+    // use a memory file system, so that another program's disk load cannot stall them.
+    explicit TempHome(const QString& base = QDir::tempPath());
 
     bool isValid() const { return m_dir.isValid(); }
     QString path() const { return m_dir.path(); }
