@@ -10,7 +10,6 @@
 #include "SUAppcast.h"
 #include "SUStandardVersionComparator.h"
 #include "XdgLoginItems.h"
-#include "ZLFileManager.h"
 
 #include <QDir>
 #include <QFile>
@@ -45,7 +44,6 @@ void writeFile(const QString& path, const QByteArray& bytes)
 
 QString g_file;  // the file a target reads its input from
 QString g_other; // a second file or folder it needs
-ZLFileManager* g_manager = nullptr;
 
 const Target targets[] = {
     // The update feed comes from the network.
@@ -115,20 +113,6 @@ const Target targets[] = {
                     <= format.size() + argumentBytes * directives
                            + directives * (PrintfFormat::maxFieldWidth + 64));
          (void)PrintfFormat::render(format);
-     }},
-    // The preview file is shared with the file-manager extension; only a real
-    // Boolean counts.
-    {"fuzz_preview_json",
-     [](const QString& scratch) {
-         qputenv("XDG_DATA_HOME", scratch.toUtf8());
-         g_manager = new ZLFileManager;
-         FUZZ_CHECK(g_manager->communicationFileURL().has_value());
-         g_file = g_manager->communicationFileURL()->toLocalFile();
-     },
-     [](const QByteArray& input) {
-         writeFile(g_file, input);
-         if (const std::optional<bool> state = g_manager->previewStateEnabled())
-             FUZZ_CHECK(input.contains(*state ? "true" : "false"));
      }},
     // Versions from the feed and the bundle: two, split at the first line break.
     {"fuzz_version_comparator", nullptr,
