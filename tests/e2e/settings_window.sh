@@ -12,10 +12,8 @@ done
 
 home=$(mktemp -d)
 trap 'pkill -KILL -f "$home/bin/quorin-service" 2>/dev/null || true; rm -rf "$home"' EXIT
-mkdir -p "$home/bin" "$home/config" "$home/data/applications" "$home/runtime" "$output"
-chmod 700 "$home/runtime"
-cp "$service" "$home/bin/quorin-service"
-cp "$pluginkit" "$home/bin/pluginkit"
+mkdir -p "$home/bin" "$home/config" "$home/data/applications" "$output" && mkdir -m 700 "$home/runtime"
+cp "$service" "$home/bin/quorin-service" && cp "$pluginkit" "$home/bin/pluginkit"
 printf '[Desktop Entry]\nType=Application\nName=Service\nExec=%s\n' "$home/bin/quorin-service" \
     > "$home/data/applications/com.zelna.Quorin.Service.desktop"
 # Disabled at the start, so that the click is what enables it.
@@ -35,13 +33,8 @@ launcher=$1 home=$2 output=$3
 "$launcher" > "$home/launcher.log" 2>&1 &
 pid=$!
 trap 'kill "$pid" 2>/dev/null || true' EXIT
-window=""
-for _ in $(seq 150); do
-    window=$(xdotool search --onlyvisible --name '^ZELNA Quorin$' 2>/dev/null | head -n 1 || true)
-    [ -n "$window" ] && break
-    sleep 0.1
-done
-[ -n "$window" ] || { echo "FAIL: the window did not open"; cat "$home/launcher.log"; exit 1; }
+window=$(timeout 15 xdotool search --sync --onlyvisible --name '^ZELNA Quorin$' | head -n 1) \
+    || { echo "FAIL: the window did not open"; cat "$home/launcher.log"; exit 1; }
 sleep 0.5
 [ ! -s "$home/starts.log" ] || { echo "FAIL: the service ran before Enable was clicked"; exit 1; }
 
