@@ -76,8 +76,8 @@ private Q_SLOTS:
 
     void previewIsWrittenAsANewFileEachTime()
     {
-        ZLFileManager
-            manager; // its folders made parent first; an empty folder in the file's place is replaced
+        // Its folders made parent first; an empty folder in the file's place is replaced.
+        ZLFileManager manager;
         QVERIFY(manager.communicationFileURL() && QDir().mkdir(commFile()));
         manager.setPreviewStateEnabled(true);
         // A reader holding the old file keeps it whole, as it would not were it rewritten in
