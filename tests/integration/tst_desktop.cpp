@@ -1,14 +1,13 @@
 #include "LinuxWorkspace.h"
+#include "ProcFs.h"
 #include "ServiceEnableHandler.h"
 #include "TempHome.h"
 #include "XdgLoginItems.h"
 
 #include <QDir>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QTest>
-#include <QThread>
-
-#include <csignal>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -48,12 +47,8 @@ private Q_SLOTS:
         QVERIFY(TempHome::letOthersThrough(m_home.path()) && TempHome::letOthersThrough(bin)
                 && QFile::setPermissions(m_service,
                                          QFile::permissions(m_service) | QFile::ReadOther | QFile::ExeOther));
-    }
-    void init()
-    {
         // Found on PATH by its bare name, as installed services usually are.
         m_home.installApplication(service, u"quorin-service --background %U"_s);
-        QFile::remove(m_journal);
     }
     void cleanup()
     {
@@ -61,113 +56,82 @@ private Q_SLOTS:
         TempHome::killAll(m_service);          // and those started detached
     }
 
-    void execGetsAnAbsoluteProgram_data()
+    void loginItem()
     {
-        QTest::addColumn<QString>("exec");
-        QTest::addColumn<QString>("program");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("escapes") << u"\"a\\\"b\" -x"_s << u"/o/a\"b$"_s << u"\"/o/a\\\"b\\$\" -x"_s;
-        QTest::newRow("percent in path") << u"svc %U"_s << u"/o/100%"_s << u"/o/100%% %U"_s;
-        // GLib reads these as one word; a cut inside it would name another program.
-        QTest::newRow("quoted part joined")
-            << u"\"/usr/bin/en\"v -x"_s << u"/usr/bin/env"_s << u"/usr/bin/env -x"_s;
-        QTest::newRow("single quotes, blank")
-            << u"'my svc' %U"_s << u"/opt/my svc"_s << u"\"/opt/my svc\" %U"_s;
-        QTest::newRow("tab ends the word") << u"svc\t-x"_s << u"/opt/svc"_s << u"/opt/svc\t-x"_s;
-        QTest::newRow("leading blanks") << u" \tsvc -x"_s << u"/opt/svc"_s << u"/opt/svc -x"_s;
-    }
-    void execGetsAnAbsoluteProgram()
-    {
-        QFETCH(QString, exec);
-        QFETCH(QString, program);
-        QFETCH(QString, expected);
-        QCOMPARE(XdgLoginItems::execWithProgram(exec, program), expected);
-    }
-
-    void loginItems()
-    {
+        // GLib reads "/usr/bin/en"v as one word; a cut inside it would name another program.
+        QCOMPARE(XdgLoginItems::execWithProgram(u" \t\"/usr/bin/en\"v\t-x"_s, u"/usr/bin/env"_s),
+                 u"/usr/bin/env\t-x"_s);
+        QCOMPARE(XdgLoginItems::execWithProgram(u"'my svc' %U"_s, u"/opt/my svc"_s), u"\"/opt/my svc\" %U"_s);
+        QCOMPARE(XdgLoginItems::execWithProgram(u"\"a\\\"b\" %U"_s, u"/o/1%a\"b$"_s),
+                 u"\"/o/1%%a\\\"b\\$\" %U"_s);
         XdgLoginItems items;
-        QVERIFY(items.setEnabled(service, true) && validEntry());
+        QVERIFY(!items.setEnabled(u"../escape"_s, true));
+        // A system-wide entry is hidden, and shown again on enabling; without one, the user's goes.
+        const QString systemEntry = m_home.systemConfigDir() + u"/autostart/"_s + service + u".desktop"_s;
+        QVERIFY(TempHome::writeFile(systemEntry, "[Desktop Entry]\nType=Application\nName=S\nExec=x\n")
+                && items.setEnabled(service, false) && validEntry()
+                && TempHome::readFile(m_autostart).contains(u"\nHidden=true\n"_s));
+        QVERIFY(items.setEnabled(service, true));
         QCOMPARE(TempHome::readFile(m_autostart),
                  u"[Desktop Entry]\nType=Application\nVersion=1.4\nName=%1\nExec=%2 --background %U\n"
                  u"NoDisplay=true\nX-GNOME-Autostart-enabled=true\n"_s.arg(service, m_service));
-        QVERIFY(items.setEnabled(service, false) && !QFile::exists(m_autostart));
-        // A system-wide entry is hidden, and shown again on enabling.
-        const QString systemEntry = m_home.systemConfigDir() + u"/autostart/"_s + service + u".desktop"_s;
-        QVERIFY(TempHome::writeFile(systemEntry,
-                                    "[Desktop Entry]\nType=Application\nName=S\nExec=quorin-service\n"));
-        QVERIFY(items.setEnabled(service, false) && validEntry()
-                && TempHome::readFile(m_autostart).contains(u"\nHidden=true\n"_s));
-        QVERIFY(items.setEnabled(service, true) && !TempHome::readFile(m_autostart).contains(u"Hidden"_s));
-        QFile::remove(systemEntry);
-        QVERIFY(!items.setEnabled(u"com.example.NotInstalled"_s, true)
-                && !items.setEnabled(u"../escape"_s, true));
+        QVERIFY(QFile::remove(systemEntry) && items.setEnabled(service, false)
+                && !QFile::exists(m_autostart));
     }
 
-    void workspace()
+    void neverByPidAlone()
     {
-        LinuxWorkspace workspace;
-        QProcess* running = startService();
-        QVERIFY(running->waitForStarted());
-        const RunningApplication found{running->processId(), service,
-                                       QFileInfo(m_service).canonicalFilePath()};
-        // Never by a pid alone: the process there may run another program, or be another user's.
-        const RunningApplication impostor{found.pid, service, u"/usr/bin/something-else"_s};
-        QVERIFY(!workspace.forceTerminate(impostor)
-                && !LinuxWorkspace(nullptr, getuid() + 1).forceTerminate(found));
-        QVERIFY(workspace.forceTerminate(found) && running->waitForFinished(5000)
-                && running->exitCode() == SIGKILL);
-        QVERIFY(!workspace.forceTerminate(found)); // gone
+        const ProcFs::Process self = *ProcFs().process(QCoreApplication::applicationPid());
+        // The process at a pid may run another program by now, or be another user's: this one, say.
+        QVERIFY(
+            !LinuxWorkspace().forceTerminate({self.pid, service, m_service})
+            && !LinuxWorkspace(nullptr, self.uid + 1).forceTerminate({self.pid, service, self.executable}));
     }
 
     void pass_data()
     {
-        // The stored flag ("-" none), this user's instances running and one of nobody's (as root), the
-        // service entry's Exec; what the pass did.
+        // The stored flag, this user's instances running and one of nobody's (as root), the service
+        // entry's Exec if not the usual one; what the pass did, in order.
         QTest::addColumn<QString>("platform");
         QTest::addColumn<QString>("exec");
         QTest::addColumn<QString>("outcome");
-        const QString exec = u"quorin-service --background %U"_s;
-        // First, while no flag is stored. Nobody's instance is neither counted nor killed.
-        QTest::newRow("first pass") << u"- theirs"_s << exec << u"other -e use start login"_s;
-        QTest::newRow("running") << u"1 mine"_s << exec << u"main -e use running login"_s;
-        QTest::newRow("disabled") << u"0 mine mine theirs"_s << exec << u"main -e ignore killed 9 killed 9"_s;
+        // Nobody's instance is neither counted nor killed.
+        QTest::newRow("not running") << u"1 theirs"_s << QString() << u"-e use start login"_s;
+        QTest::newRow("running") << u"1 mine"_s << QString() << u"-e use running login"_s;
+        QTest::newRow("disabled") << u"0 mine mine theirs"_s << QString() << u"-e ignore killed 9 killed 9"_s;
         // Not installed: no login item, nothing started.
-        QTest::newRow("missing program") << u"1"_s << u"/nonexistent/quorin-service"_s << u"main -e use"_s;
-        QTest::newRow("a folder") << u"1"_s << u"/usr/bin"_s << u"main -e use"_s;
-        QTest::newRow("hidden entry") << u"1"_s << QString(exec + u"\nHidden=true"_s) << u"main -e use"_s;
-        QTest::newRow("exits at once") << u"1"_s << u"true"_s << u"other -e use login"_s;
+        QTest::newRow("missing program") << u"1"_s << u"/nonexistent/quorin-service"_s << u"-e use"_s;
+        QTest::newRow("a folder") << u"1"_s << u"/usr/bin"_s << u"-e use"_s;
+        QTest::newRow("hidden entry") << u"1"_s << u"quorin-service\nHidden=true"_s << u"-e use"_s;
+        QTest::newRow("exits at once") << u"1"_s << u"true"_s << u"-e use login"_s;
     }
     void pass()
     {
         QFETCH(QString, platform);
         QFETCH(QString, exec);
         QFETCH(QString, outcome);
-        m_home.installApplication(service, exec);
-        if (!platform.startsWith(u'-'))
-            ServiceEnableHandler::updateUserDefaults(platform.startsWith(u'1'));
-        const QByteArray stale = "[Desktop Entry]\nType=Application\nName=S\nExec=x\n";
-        QVERIFY(TempHome::writeFile(m_autostart, stale));
+        if (!exec.isEmpty())
+            m_home.installApplication(service, exec);
+        ServiceEnableHandler::updateUserDefaults(platform.startsWith(u'1'));
+        QVERIFY(TempHome::writeFile(m_autostart, "[Desktop Entry]\nExec=x\n")); // invalid, until rewritten
+        QFile::remove(m_journal);
         QList<QProcess*> instances;
-        const int mine = platform.count(u"mine"_s);
-        for (int i = 0; i < mine; ++i)
+        for (int i = platform.count(u"mine"_s); i > 0; --i)
             instances << startService();
-        QTRY_COMPARE(journal().size(), mine); // each noted its start
+        QTRY_COMPARE(journal().size(), instances.size()); // each noted its start
         QProcess* other = platform.contains(u"theirs"_s) && geteuid() == 0 ? startService(true) : nullptr;
         QVERIFY(!other || other->waitForStarted());
-
-        std::atomic<QThread*> completedOn = nullptr;
-        ServiceEnableHandler::handleEnabled([&] { completedOn = QThread::currentThread(); });
-        QTRY_VERIFY(completedOn);
-        const auto now = [&] {
-            QStringList done{completedOn == QThread::currentThread() ? u"main"_s : u"other"_s};
-            for (const QString& line : journal().mid(mine)) // the election, then starts (in own sessions)
-                done << (line.section(u' ', 0, 0) == line.section(u' ', 1) ? u"start"_s
-                                                                           : line.section(u' ', 0, 1));
+        std::atomic<bool> completed = false;
+        ServiceEnableHandler::handleEnabled([&completed] { completed = true; });
+        QTRY_VERIFY(completed);
+        const auto now = [&] { // the election, then starts in sessions of their own
+            static const QRegularExpression election(u" -i .*"_s), start(u"^(\\d+) \\1$"_s);
+            QStringList done = journal().mid(instances.size());
+            done.replaceInStrings(election, QString()).replaceInStrings(start, u"start"_s);
             for (QProcess* instance : std::as_const(instances))
                 done << (instance->state() == QProcess::Running ? u"running"_s
                                                                 : u"killed %1"_s.arg(instance->exitCode()));
-            if (QFile::exists(m_autostart) && TempHome::readFile(m_autostart).toUtf8() != stale)
+            if (validEntry()) // not the invalid one written before
                 done << u"login"_s;
             return done.join(u' ');
         };
