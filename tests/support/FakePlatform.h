@@ -26,7 +26,6 @@ public:
     QVariantMap defaults;
     QList<RunningApplication> running;
     std::optional<QUrl> serviceLocation;
-    bool launchAnswer = true;
     std::optional<ZLError> openError; // what the held open reports
     int commandStatus = 0;
     bool modernSystem = true;
@@ -50,10 +49,7 @@ public:
         return serviceLocation;
     }
     void openApplication(const QUrl& location, OpenHandler handler) override;
-    bool launchApplication(const QString& name) override
-    {
-        return note(u"launch "_qs + name) && launchAnswer;
-    }
+    bool launchApplication(const QString& name) override { return note(u"launch "_qs + name); }
     bool openURL(const QUrl& url) override { return note(u"openURL "_qs + url.toString()); }
     bool setEnabled(const QString& id, bool on) override
     {
