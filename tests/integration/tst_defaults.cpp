@@ -134,7 +134,8 @@ private Q_SLOTS:
         for (int round = 0; round < 10; ++round) {
             QProcess writers[3]; // this program again (see main)
             for (int i = 0; i < 3; ++i)
-                writers[i].start(qApp->applicationFilePath(), {u"-write"_s, u"r%1w%2"_s.arg(round).arg(i)});
+                writers[i].start(QCoreApplication::applicationFilePath(),
+                                 {u"-write"_s, u"r%1w%2"_s.arg(round).arg(i)});
             // Killed only once writing, however slowly a (sanitizer) build starts.
             // The lock is not fair: one writer may wait while the others write.
             QTRY_VERIFY_WITH_TIMEOUT(std::ranges::any_of(writers, [](auto& p) { return p.canReadLine(); }),

@@ -61,7 +61,7 @@ public Q_SLOTS:
     {
         m_files = files;
         m_completions << error.value(u"localizedDescription"_s).toString();
-        QVERIFY(QThread::currentThread() == qApp->thread());
+        QVERIFY(QThread::currentThread() == QCoreApplication::instance()->thread());
     }
 
 private Q_SLOTS:
@@ -228,7 +228,7 @@ private Q_SLOTS:
         if (tree.contains(u"chmod 0"_s) && ::geteuid() == 0) { // root reads every folder: ask another user
             QProcess child; // running a copy it can reach, wherever this checkout is
             TempHome::runAsNobody(child);
-            QVERIFY(QFile::copy(qApp->applicationFilePath(), path(u"tst_files"_s))
+            QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), path(u"tst_files"_s))
                     && TempHome::letOthersThrough(m_home->path()));
             child.start(path(u"tst_files"_s),
                         {u"aggregation:"_s + QLatin1StringView(QTest::currentDataTag())});
