@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the Debian package, checks its layout and metadata, and starts the
-# launcher from the unpacked tree to see that it finds its bundle under /usr.
+# Builds the Debian package and checks its layout and metadata. The launcher
+# finds its bundle the same way from any tree of this layout, which the
+# launcher tests build in a temporary folder.
 # Usage: package.sh BUILD_DIR SOURCE_DIR
 set -euo pipefail
 build=$1 source=$2
@@ -30,19 +31,4 @@ if command -v appstreamcli >/dev/null; then
     appstreamcli validate --no-net "$build/packaging/com.zelna.Quorin.metainfo.xml" >/dev/null
 fi
 
-# The unpacked tree stands in for /usr: the launcher finds its bundle from its own place.
-dpkg-deb -x "$deb" "$work/unpacked"
-home=$work/home
-mkdir -p "$home/runtime" && chmod 700 "$home/runtime"
-HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_RUNTIME_DIR=$home/runtime \
-    QT_QPA_PLATFORM=offscreen QT_LOGGING_RULES="zelna.launcher.debug=true" \
-    "$work/unpacked/usr/bin/zelna-quorin" > "$work/log" 2>&1 &
-pid=$!
-for _ in $(seq 100); do
-    grep -q "window shown: MainWindow" "$work/log" && break
-    kill -0 "$pid" 2>/dev/null || break
-    sleep 0.1
-done
-kill "$pid" 2>/dev/null || true
-grep -q "window shown: MainWindow" "$work/log" || { echo "FAIL: the installed launcher showed no window"; cat "$work/log"; exit 1; }
-echo "PASS: package layout, dependencies and metadata; the installed launcher runs from its tree"
+echo "PASS: package layout, dependencies and metadata"
