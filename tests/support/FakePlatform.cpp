@@ -38,23 +38,10 @@ void FakePlatform::install()
     Platform::replace(services);
 }
 
-bool FakePlatform::note(const QString& step)
-{
-    const QMutexLocker locker(&m_mutex);
-    m_journal.append(step);
-    return true;
-}
-
 QStringList FakePlatform::journal() const
 {
     const QMutexLocker locker(&m_mutex);
     return m_journal;
-}
-
-bool FakePlatform::hasPendingOpen() const
-{
-    const QMutexLocker locker(&m_mutex);
-    return bool(m_pendingOpen);
 }
 
 void FakePlatform::deliverOpen()
@@ -65,9 +52,10 @@ void FakePlatform::deliverOpen()
         std::swap(handler, m_pendingOpen);
     }
     const std::optional<ZLError> error = openError;
-    std::thread([&handler, error] {
-        handler(error ? std::nullopt : std::optional<qint64>(4242), error);
-    }).join();
+    if (handler)
+        std::thread([&handler, error] {
+            handler(error ? std::nullopt : std::optional<qint64>(4242), error);
+        }).join();
 }
 
 std::unique_ptr<DefaultsSuite> FakePlatform::open(const QString& suiteName)
@@ -79,11 +67,10 @@ std::unique_ptr<DefaultsSuite> FakePlatform::open(const QString& suiteName)
 
 QList<RunningApplication> FakePlatform::runningApplications(const QString& bundleIdentifier)
 {
-    note(u"list "_s + bundleIdentifier);
     QList<RunningApplication> matching = running;
     matching.removeIf(
         [&](const RunningApplication& app) { return app.bundleIdentifier != bundleIdentifier; });
-    return matching;
+    return note(u"list "_s + bundleIdentifier, matching);
 }
 
 void FakePlatform::openApplication(const QUrl& location, OpenHandler handler)

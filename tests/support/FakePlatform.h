@@ -30,23 +30,17 @@ public:
     int commandStatus = 0;
     bool modernSystem = true;
 
-    // Sends the held open result from another thread, as the system does.
+    // Sends the held open result, if any, from another thread, as the system does.
     void deliverOpen();
-    bool hasPendingOpen() const;
 
     std::unique_ptr<DefaultsSuite> open(const QString& suiteName) override;
-    QList<RunningApplication> runningApplications() override
-    {
-        note(u"list"_qs);
-        return running;
-    }
+    QList<RunningApplication> runningApplications() override { return note(u"list"_qs, running); }
     QList<RunningApplication> runningApplications(const QString& bundleIdentifier) override;
     bool activate(const RunningApplication& app) override { return note(u"activate %1"_qs.arg(app.pid)); }
     bool forceTerminate(const RunningApplication& app) override { return note(u"kill %1"_qs.arg(app.pid)); }
     std::optional<QUrl> urlForApplication(const QString& id) override
     {
-        note(u"locate "_qs + id);
-        return serviceLocation;
+        return note(u"locate "_qs + id, serviceLocation);
     }
     void openApplication(const QUrl& location, OpenHandler handler) override;
     bool launchApplication(const QString& name) override { return note(u"launch "_qs + name); }
@@ -57,16 +51,20 @@ public:
     }
     int run(const QString& program, const QStringList& arguments) override
     {
-        note(u"run "_qs + program + u' ' + arguments.join(u' '));
-        return commandStatus;
+        return note(u"run "_qs + program + u' ' + arguments.join(u' '), commandStatus);
     }
     bool isAtLeast(int major, int minor, int) const override
     {
         return modernSystem || major < 10 || (major == 10 && minor < 15);
     }
 
-    // Notes a step; always true.
-    bool note(const QString& step);
+    // Notes a step; answers the result given, true unless told.
+    template <typename Result = bool> Result note(const QString& step, Result result = true)
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_journal.append(step);
+        return result;
+    }
 
 private:
     mutable QMutex m_mutex;

@@ -15,7 +15,6 @@ public:
     // use a memory file system, so that another program's disk load cannot stall them.
     explicit TempHome(const QString& base = QDir::tempPath());
 
-    bool isValid() const { return m_dir.isValid(); }
     QString path() const { return m_dir.path(); }
     QString configHome() const { return path() + QStringLiteral("/config"); }
     QString dataHome() const { return path() + QStringLiteral("/data"); }
