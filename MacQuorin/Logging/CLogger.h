@@ -72,7 +72,6 @@ public:
     void stream(OutputStream* stream, int event) override;
 
 private:
-    friend class TestLogging;
     // Schedules the stream on this thread's event loop and opens it.
     void startNewStream();
 

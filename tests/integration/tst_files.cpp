@@ -109,7 +109,6 @@ private Q_SLOTS:
         const std::optional<bool> none;
         QTest::newRow("no file") << QByteArray("!") << none << u"Code=2 "_s;
         QTest::newRow("string") << QByteArray(R"({"previewEnabled":"true"})") << none << u"Code=4864 "_s;
-        QTest::newRow("null") << QByteArray(R"({"previewEnabled":null})") << none << u"Code=4865 "_s;
         QTest::newRow("empty file") << QByteArray("") << none << u"Code=4864 "_s;
         QTest::newRow("key case") << QByteArray(R"({"PreviewEnabled":true})") << none << u"Code=4865 "_s;
         QTest::newRow("extra members, spaced")

@@ -1,18 +1,24 @@
 #include "DispatchQueue.h"
 #include "FakePlatform.h"
+#include "LinuxLogSink.h"
+#include "PrintfFormat.h"
 #include "RecordingLogSink.h"
 #include "ServiceEnableHandler.h"
+#include "TempHome.h"
 
 #include <QRegularExpression>
+#include <QTemporaryFile>
 #include <QTest>
 #include <QThread>
 
 #include <thread>
 
+#include <unistd.h>
+
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
 
-// The exact steps of a service pass against a fake platform, and the work queues under it.
+// The exact steps of a service pass against a fake platform, and the work queues and log lines under it.
 class TestCore : public QObject {
     Q_OBJECT
     std::shared_ptr<RecordingLogSink> m_sink = RecordingLogSink::install();
@@ -82,8 +88,7 @@ private Q_SLOTS:
         m_fake->commandStatus = 1;
         std::atomic<int> calls = 0;
         ServiceEnableHandler::handleEnabled([&calls] { ++calls; });
-        if (m_fake->hasPendingOpen() && calls == 0) // an open completes once it has reported
-            m_fake->deliverOpen();                  // from its own thread
+        m_fake->deliverOpen(); // an open completes once it has reported, from its own thread
         QCOMPARE(calls.load(), 1);
         static const QRegularExpression election(u"^run /usr/bin/env pluginkit -e (\\w+) -i svc.Finder$"_s);
         static const QRegularExpression logged(u"^.*\"ServiceEnableHandler -> (.*)\"\\. <Service>, .*$"_s);
@@ -93,6 +98,45 @@ private Q_SLOTS:
         QCOMPARE(journal.join(u", "_s), steps);
         // Text, as the other programs of the group read it.
         QCOMPARE(m_fake->defaults.value(u"QREnabled"_s).typeId(), QMetaType::QString);
+    }
+
+    // Missing arguments print as zero or null, "%n" writes nothing, hostile widths are capped.
+    void format()
+    {
+        using Args = QList<PrintfFormat::Argument>;
+        const Args three{"one", std::nullopt, "three"};
+        const QList<std::tuple<QByteArray, Args, QByteArray>> cases{
+            {"100%% %d %ld %lld %hhu %zu %lx [%5d|%-3d|%05x]", {}, "100% 0 0 0 0 0 0 [    0|0  |00000]"},
+            {"%.3f %g %e|%@|%s|%10s|%p", {}, "0.000 0 0.000000e+00|(null)|(null)|    (null)|(nil)"},
+            {"[%c]a%nb%hhnc[%*d][%.*f]", {}, "[]abc[0][0.000000]"},
+            {"%y %k caf\xc3\xa9 50%", {}, "%y %k caf\xc3\xa9 50%"}, // unknown directives kept as written
+            {"%@-%@-%@ %d %f %s %@", three + three, "one-(null)-three 0 0.000000 three (null)"}, // in turn
+            {"%-6@|%.2s|%@", {"ab", "xyz", "%d%n%s"}, "ab    |xy|%d%n%s"}};
+        for (const auto& [format, args, expected] : cases)
+            QCOMPARE(PrintfFormat::render(format, args), expected);
+        const int max = PrintfFormat::maxFieldWidth;
+        QCOMPARE(PrintfFormat::render("%999999999999d|%.99999999f|%99999999999s"),
+                 QByteArray(max - 1, ' ') + "0|0." + QByteArray(max, '0') + '|' + QByteArray(max - 6, ' ')
+                     + "(null)");
+    }
+
+    // Standard error gets each line after local time to the millisecond, program, pid and thread.
+    void platformLogLine()
+    {
+        QTemporaryFile capture;
+        const int saved = ::dup(STDERR_FILENO);
+        QVERIFY(capture.open() && ::dup2(capture.handle(), STDERR_FILENO) == STDERR_FILENO);
+        LinuxLogSink().write("a line");
+        const QByteArray longName(300, 'n'); // the prefix is cut at 255 bytes, the line is not
+        char* const name = std::exchange(program_invocation_short_name, const_cast<char*>(longName.data()));
+        LinuxLogSink().write("a line");
+        program_invocation_short_name = name;
+        ::dup2(saved, STDERR_FILENO);
+        ::close(saved);
+        static const QRegularExpression line(
+            uR"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} tst_core\[\d+:\d+\] a line\n.{255}a line\n$)"_s);
+        const QString written = TempHome::readFile(capture.fileName());
+        QVERIFY2(line.match(written).hasMatch(), qPrintable(written));
     }
 };
 
