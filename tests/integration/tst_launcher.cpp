@@ -1,6 +1,7 @@
 #include "TempHome.h"
 
 #include <QDir>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <unistd.h>
@@ -96,7 +97,8 @@ private Q_SLOTS:
                                    + u"/../share/zelna-quorin/Main.ui"_s,
                                path(u"bundle/share/zelna-quorin/Main.ui"_s))
                 && QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), path(u"bundle/bin/pluginkit"_s)));
-        m_env = m_home->environment();
+        m_home->applyToProcess();
+        m_env = QProcessEnvironment::systemEnvironment();
         m_env.insert(u"PATH"_s, path(u"bundle/bin:"_s) + m_env.value(u"PATH"_s));
         m_env.insert(u"TMPDIR"_s, path(u"tmp"_s));
         m_env.insert(u"ZQ_PLUGINKIT_LOG"_s, path(u"pluginkit.log"_s));
@@ -138,6 +140,11 @@ private Q_SLOTS:
                               : run->finish() == status,
                    run);
         VERIFY_RUN(run->says(shown) && (shown == window || !run->says(window)), run);
+        // Log lines on standard error after local time to the millisecond, program, pid and thread.
+        static const QRegularExpression logLine(
+            uR"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} zelna-quorin\[\d+:\d+\] )"_s,
+            QRegularExpression::MultilineOption);
+        VERIFY_RUN(run->output().contains(logLine), run);
         QVERIFY(arguments != check || checkRecorded());
         // The service pass runs at every start, whatever follows.
         QCOMPARE(TempHome::readFile(path(u"pluginkit.log"_s)),

@@ -21,23 +21,16 @@ TempHome::TempHome(const QString& base) : m_dir(base + u"/zq-test-XXXXXX"_s)
     QFile::setPermissions(path() + u"/runtime"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
-QProcessEnvironment TempHome::environment() const
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"HOME"_s, path());
-    env.insert(u"XDG_CONFIG_HOME"_s, configHome());
-    env.insert(u"XDG_DATA_HOME"_s, dataHome());
-    env.insert(u"XDG_DATA_DIRS"_s, systemDataDir());
-    env.insert(u"XDG_CONFIG_DIRS"_s, systemConfigDir());
-    env.insert(u"XDG_RUNTIME_DIR"_s, path() + u"/runtime"_s);
-    return env;
-}
-
 void TempHome::applyToProcess() const
 {
-    const QProcessEnvironment env = environment();
-    for (const QString& key : env.keys())
-        qputenv(key.toUtf8().constData(), env.value(key).toUtf8());
+    const QList<std::pair<const char*, QString>> variables{{"HOME", path()},
+                                                           {"XDG_CONFIG_HOME", configHome()},
+                                                           {"XDG_DATA_HOME", dataHome()},
+                                                           {"XDG_DATA_DIRS", systemDataDir()},
+                                                           {"XDG_CONFIG_DIRS", systemConfigDir()},
+                                                           {"XDG_RUNTIME_DIR", path() + u"/runtime"_s}};
+    for (const auto& [name, value] : variables)
+        qputenv(name, QFile::encodeName(value));
 }
 
 QString TempHome::installApplication(const QString& identifier, const QString& exec) const

@@ -2,7 +2,6 @@
 
 #include <QDir>
 #include <QProcess>
-#include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -23,9 +22,8 @@ public:
     QString applicationsDir() const { return dataHome() + QStringLiteral("/applications"); }
     QString autostartDir() const { return configHome() + QStringLiteral("/autostart"); }
 
-    // The environment that points every XDG variable here.
-    QProcessEnvironment environment() const;
-    // Points this process at the temporary home (before anything caches the variables).
+    // Points this process, and so the processes it starts, at the temporary home
+    // (before anything caches the variables).
     void applyToProcess() const;
 
     // Writes an application entry NAME.desktop whose Exec is the given command line.

@@ -1,19 +1,14 @@
 #include "DispatchQueue.h"
 #include "FakePlatform.h"
-#include "LinuxLogSink.h"
 #include "PrintfFormat.h"
 #include "RecordingLogSink.h"
 #include "ServiceEnableHandler.h"
-#include "TempHome.h"
 
 #include <QRegularExpression>
-#include <QTemporaryFile>
 #include <QTest>
 #include <QThread>
 
 #include <thread>
-
-#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
@@ -118,25 +113,6 @@ private Q_SLOTS:
         QCOMPARE(PrintfFormat::render("%999999999999d|%.99999999f|%99999999999s"),
                  QByteArray(max - 1, ' ') + "0|0." + QByteArray(max, '0') + '|' + QByteArray(max - 6, ' ')
                      + "(null)");
-    }
-
-    // Standard error gets each line after local time to the millisecond, program, pid and thread.
-    void platformLogLine()
-    {
-        QTemporaryFile capture;
-        const int saved = ::dup(STDERR_FILENO);
-        QVERIFY(capture.open() && ::dup2(capture.handle(), STDERR_FILENO) == STDERR_FILENO);
-        LinuxLogSink().write("a line");
-        const QByteArray longName(300, 'n'); // the prefix is cut at 255 bytes, the line is not
-        char* const name = std::exchange(program_invocation_short_name, const_cast<char*>(longName.data()));
-        LinuxLogSink().write("a line");
-        program_invocation_short_name = name;
-        ::dup2(saved, STDERR_FILENO);
-        ::close(saved);
-        static const QRegularExpression line(
-            uR"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} tst_core\[\d+:\d+\] a line\n.{255}a line\n$)"_s);
-        const QString written = TempHome::readFile(capture.fileName());
-        QVERIFY2(line.match(written).hasMatch(), qPrintable(written));
     }
 };
 
