@@ -60,9 +60,13 @@ QList<std::pair<QString, QString>> DesktopEntryDirectories::all()
 {
     QMap<QString, QString> byId;
     for (const QString& directory : applicationDirectories()) {
-        QDirIterator files(directory, {u"*.desktop"_s}, QDir::Files, QDirIterator::Subdirectories);
+        // A suffix test, not a name filter: Qt compiles name filters into regular
+        // expressions, which loads and runs PCRE at every start.
+        QDirIterator files(directory, QDir::Files, QDirIterator::Subdirectories);
         while (files.hasNext()) {
             const QString path = files.next();
+            if (!path.endsWith(u".desktop"_s))
+                continue;
             QString id = QDir(directory).relativeFilePath(path);
             id.replace(u'/', u'-');
             if (!byId.contains(id)) // an earlier folder wins
