@@ -91,7 +91,8 @@ void ViewController::viewDidLoad()
     required(versionTxt, "versionTxt")
         .setText(versionPrefix + info->value(u"CFBundleShortVersionString"_s).toString());
 
-    const QList<RunningApplication> applications = Platform::workspace().runningApplications();
+    const QList<RunningApplication> applications
+        = Platform::workspace().runningApplications(ServiceEnableHandler::serviceBundleIdentifier);
     const bool running
         = std::any_of(applications.cbegin(), applications.cend(), &ServiceEnableHandler::isService);
     required(autoStartCheckBox, "autoStartCheckBox").setCheckState(stateFor(running));

@@ -90,7 +90,7 @@ void ServiceEnableHandler::handleDisabled()
     shell(electionArguments(false));
     Workspace& workspace = Platform::workspace();
     QList<RunningApplication> instances;
-    for (const RunningApplication& application : workspace.runningApplications()) {
+    for (const RunningApplication& application : workspace.runningApplications(serviceBundleIdentifier)) {
         if (isService(application))
             instances.append(application);
     }
@@ -105,7 +105,7 @@ void ServiceEnableHandler::handleEnabledPass(Completion& completion)
     Platform::loginItems().setEnabled(serviceBundleIdentifier, true);
 
     Workspace& workspace = Platform::workspace();
-    for (const RunningApplication& application : workspace.runningApplications()) {
+    for (const RunningApplication& application : workspace.runningApplications(serviceBundleIdentifier)) {
         if (isService(application)) {
             complete(completion); // already running: left alone
             return;

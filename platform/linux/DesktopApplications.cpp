@@ -109,12 +109,26 @@ std::optional<QString> DesktopApplications::resolvedExecutable(const QString& ex
 
 std::optional<QString> DesktopApplications::installedEntryPath(const QString& bundleIdentifier)
 {
+    const auto entry = installedEntry(bundleIdentifier);
+    return entry ? std::optional(entry->first.path) : std::nullopt;
+}
+
+std::optional<QString> DesktopApplications::installedProgram(const QString& bundleIdentifier)
+{
+    const auto entry = installedEntry(bundleIdentifier);
+    return entry ? std::optional(entry->second) : std::nullopt;
+}
+
+std::optional<std::pair<DesktopApplications::Entry, QString>>
+DesktopApplications::installedEntry(const QString& bundleIdentifier)
+{
     // A hidden or broken entry masks the same ID in later folders.
     const auto path = DesktopEntryDirectories::find(bundleIdentifier + u".desktop"_s);
-    const auto entry = path ? readEntry(*path) : std::nullopt;
-    if (!entry || !resolvedExecutable(entry->exec))
+    auto entry = path ? readEntry(*path) : std::nullopt;
+    auto program = entry ? resolvedExecutable(entry->exec) : std::nullopt;
+    if (!program)
         return std::nullopt;
-    return entry->path;
+    return std::pair(std::move(*entry), std::move(*program));
 }
 
 QHash<QString, QString> DesktopApplications::identifiersByExecutable()

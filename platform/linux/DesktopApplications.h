@@ -24,6 +24,8 @@ public:
 
     // The entry's file for identifier X (X.desktop), when its program resolves to an executable.
     static std::optional<QString> installedEntryPath(const QString& bundleIdentifier);
+    // That program, with every symbolic link resolved, as /proc shows it.
+    static std::optional<QString> installedProgram(const QString& bundleIdentifier);
 
     // Canonical executable path -> identifier, over every visible entry.
     // When several entries name the same program the first identifier in sort order wins.
@@ -37,4 +39,7 @@ public:
     // Starts an entry detached: own session, standard streams on /dev/null.
     static std::variant<qint64, ZLError> launchEntryFile(const QString& entryPath);
     static std::variant<qint64, ZLError> launchIdentifier(const QString& bundleIdentifier);
+
+private:
+    static std::optional<std::pair<Entry, QString>> installedEntry(const QString& bundleIdentifier);
 };

@@ -31,13 +31,15 @@ QList<RunningApplication> LinuxWorkspace::runningApplications()
 
 QList<RunningApplication> LinuxWorkspace::runningApplications(const QString& bundleIdentifier)
 {
-    // Nothing can run as an application that is not installed: skip the process scan.
-    if (!DesktopApplications::installedEntryPath(bundleIdentifier))
+    // Only the installed entry's own program runs as that application: no other
+    // entry is read, and no other entry naming the same program can hide it.
+    const auto program = DesktopApplications::installedProgram(bundleIdentifier);
+    if (!program)
         return {};
     QList<RunningApplication> matching;
-    for (RunningApplication& application : runningApplications()) {
-        if (application.bundleIdentifier == bundleIdentifier)
-            matching.append(std::move(application));
+    for (const ProcFs::Process& process : m_procFs->processes()) {
+        if (process.uid == m_uid && process.executable == *program)
+            matching.append({process.pid, bundleIdentifier, process.executable});
     }
     return matching;
 }

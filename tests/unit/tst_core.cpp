@@ -45,9 +45,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("steps");
         // Any text but "1" is off. Only the service's instances are killed, though the election failed.
         QTest::newRow("word true") << QVariant(u"true"_s) << u"running"_s
-                                   << u"ignore, list, kill 10, kill 13, login svc off"_s;
+                                   << u"ignore, list svc, kill 10, kill 13, login svc off"_s;
         QTest::newRow("unopenable") << QVariant(u"1"_s) << u"running unopenable"_s << QString();
-        const QString opened = u"use, login svc on, list, locate svc, open file:///s, "_s;
+        const QString opened = u"use, login svc on, list svc, locate svc, open file:///s, "_s;
         QTest::newRow("open fails")
             << QVariant(u"1"_s) << u"fails"_s
             << opened
@@ -56,7 +56,7 @@ private Q_SLOTS:
         // Anything but text is stored as "1".
         const QString stored = u"defaults QREnabled=1, "_s;
         QTest::newRow("absent") << QVariant() << u"running"_s
-                                << stored + u"use, login svc on, list, log updateUserDefaults -> true"_s;
+                                << stored + u"use, login svc on, list svc, log updateUserDefaults -> true"_s;
         QTest::newRow("number zero") << QVariant(qint64(0)) << QString()
                                      << stored + opened
                                             + u"log updateUserDefaults -> true, log handleEnabled -> "_s
