@@ -4,8 +4,13 @@
 Measures, in one run and interleaved:
   - start to window shown: zelna-quorin against minimal_window (same Main.ui);
   - the checker round trip: `zelna-quorin checkVersion` against a local feed with
-    no newer version, beside minimal_checker fetching the same feed.
-Usage: bench/startup.py [BUILD_DIR] [RUNS]
+    no newer version, beside minimal_checker fetching the same feed;
+  - resident memory a second after the window is shown, against minimal_window;
+  - one enabled launch pass over about 500 processes (bench_servicepass).
+Each ratio is printed beside its target. With --plot FILE, the start-up times
+are also drawn, launcher beside reference (needs Debian's python3-matplotlib).
+The runtime folder is on a memory file system, as a desktop session's is.
+Usage: bench/startup.py [BUILD_DIR] [RUNS] [--plot FILE]
 """
 import os
 import shutil
@@ -15,8 +20,16 @@ import sys
 import tempfile
 import time
 
-build = os.path.abspath(sys.argv[1] if len(sys.argv) > 1 else "build")
-runs = int(sys.argv[2]) if len(sys.argv) > 2 else 20
+import json
+
+args = sys.argv[1:]
+plot = None
+if "--plot" in args:
+    at = args.index("--plot")
+    plot = args[at + 1]
+    del args[at:at + 2]
+build = os.path.abspath(args[0] if args else "build")
+runs = int(args[1]) if len(args) > 1 else 20
 launcher = os.path.join(build, "bin", "zelna-quorin")
 main_ui = os.path.join(build, "share", "zelna-quorin", "Main.ui")
 minimal_window = os.path.join(build, "bench", "minimal_window")
@@ -26,8 +39,10 @@ home = tempfile.mkdtemp(prefix="zq-startup-")
 fakebin = os.path.join(home, "bin")
 os.makedirs(fakebin)
 shutil.copy("/bin/true", os.path.join(fakebin, "pluginkit"))
-runtime = os.path.join(home, "runtime")
-os.makedirs(runtime, mode=0o700)
+# A session's runtime folder is a memory file system (/run/user/UID): the
+# launcher's lock there costs no disk sync.
+shm = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+runtime = tempfile.mkdtemp(prefix="zq-runtime-", dir=shm)
 feed = os.path.join(home, "appcast.xml")
 with open(feed, "w") as f:
     f.write('<rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel>'
@@ -55,8 +70,9 @@ env = dict(os.environ, HOME=home, XDG_CONFIG_HOME=os.path.join(home, "config"),
            QT_LOGGING_RULES="zelna.launcher.debug=true")
 
 
-def until_shown(command):
-    """Seconds from start until the window-shown line, then the process is ended."""
+def until_shown(command, settle=0.0):
+    """Seconds from start until the window-shown line, then the process is ended.
+    With settle, the resident memory in MiB that many seconds later instead."""
     begin = time.perf_counter()
     process = subprocess.Popen(command, env=env, stderr=subprocess.PIPE, stdout=subprocess.DEVNULL)
     for line in process.stderr:
@@ -65,6 +81,11 @@ def until_shown(command):
             break
     else:
         raise SystemExit("no window from " + " ".join(command))
+    if settle:
+        time.sleep(settle)
+        with open(f"/proc/{process.pid}/status") as status:
+            rss = next(int(l.split()[1]) for l in status if l.startswith("VmRSS:"))
+        elapsed = rss / 1024
     process.kill()
     process.wait()
     return elapsed
@@ -94,10 +115,54 @@ for _ in range(runs):
     for name, case in cases.items():
         times[name].append(case())
 
+memory = {"launcher": [], "minimal": []}
+for _ in range(5):
+    memory["launcher"].append(until_shown([bundled], settle=1.0))
+    memory["minimal"].append(until_shown([minimal_window, main_ui], settle=1.0))
+
+# One enabled pass over about 500 processes, from the Google Benchmark program.
+result = subprocess.run([os.path.join(build, "bench", "bench_servicepass"), "--benchmark_format=json",
+                         "--benchmark_filter=BM_EnabledPassServiceRunning"],
+                        capture_output=True, text=True, check=True)
+bench = json.loads(result.stdout)["benchmarks"][0]
+pass_ms = bench["real_time"] * {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}[bench["time_unit"]]
+
 median = {name: statistics.median(values) * 1000 for name, values in times.items()}
 for name, value in median.items():
     print(f"{name:42s} median {value:7.1f} ms over {runs} runs")
-print(f"window ratio  : {median['window: zelna-quorin'] / median['window: minimal Qt']:.2f}")
-print(f"checker ratio : {median['checker: zelna-quorin checkVersion'] / median['checker: minimal Qt (QApplication)']:.2f}"
-      f" (against QCoreApplication: {median['checker: zelna-quorin checkVersion'] / median['checker: minimal Qt (QCoreApplication)']:.2f})")
+rss = {name: statistics.median(values) for name, values in memory.items()}
+rows = [
+    ("start to window shown", median["window: zelna-quorin"], median["window: minimal Qt"], "ms", 1.15),
+    ("checker round trip, no update", median["checker: zelna-quorin checkVersion"],
+     median["checker: minimal Qt (QApplication)"], "ms", 1.05),
+    ("resident memory, window open and idle", rss["launcher"], rss["minimal"], "MiB", 1.20),
+]
+print()
+print("| What | Launcher | Reference | Ratio | Target |")
+print("|---|---|---|---|---|")
+for what, ours, reference, unit, target in rows:
+    ratio = ours / reference
+    mark = "" if ratio <= target else " (over)"
+    print(f"| {what} | {ours:.1f} {unit} | {reference:.1f} {unit} | {ratio:.2f}{mark} | ≤ {target:.2f} |")
+mark = "" if pass_ms < 5 else " (over)"
+print(f"| one enabled launch pass, 500 processes | {pass_ms:.1f} ms{mark} | — | — | < 5 ms |")
+print(f"(checker against a QCoreApplication: "
+      f"{median['checker: zelna-quorin checkVersion'] / median['checker: minimal Qt (QCoreApplication)']:.2f})")
+
+if plot:
+    try:
+        import matplotlib
+        matplotlib.use("Agg")
+        import matplotlib.pyplot as plt
+    except ImportError:
+        raise SystemExit("--plot needs matplotlib: apt-get install python3-matplotlib")
+    names = list(times)
+    figure, axes = plt.subplots(figsize=(9, 4.5))
+    axes.boxplot([[t * 1000 for t in times[n]] for n in names], vert=False, labels=names)
+    axes.set_xlabel(f"milliseconds, {runs} runs each, interleaved")
+    axes.set_title("Start-up of the launcher beside minimal Qt programs")
+    figure.tight_layout()
+    figure.savefig(plot, dpi=100)
+    print("plot:", plot)
+shutil.rmtree(runtime, ignore_errors=True)
 shutil.rmtree(home, ignore_errors=True)
