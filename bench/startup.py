@@ -10,7 +10,9 @@ Measures, in one run and interleaved:
 Each ratio is printed beside its target. With --plot FILE, the start-up times
 are also drawn, launcher beside reference (needs Debian's python3-matplotlib).
 The runtime folder is on a memory file system, as a desktop session's is.
-Usage: bench/startup.py [BUILD_DIR] [RUNS] [--plot FILE]
+With --before OTHER_BUILD, that build's launcher is timed in the same
+interleaving, for a before-and-after figure from one run.
+Usage: bench/startup.py [BUILD_DIR] [RUNS] [--plot FILE] [--before OTHER_BUILD]
 """
 import os
 import shutil
@@ -23,11 +25,18 @@ import time
 import json
 
 args = sys.argv[1:]
-plot = None
-if "--plot" in args:
-    at = args.index("--plot")
-    plot = args[at + 1]
+def option(name):
+    if name not in args:
+        return None
+    at = args.index(name)
+    value = args[at + 1]
     del args[at:at + 2]
+    return value
+
+
+plot = option("--plot")
+# Another build's launcher (the one before a change), timed in the same interleaving.
+before = option("--before")
 build = os.path.abspath(args[0] if args else "build")
 runs = int(args[1]) if len(args) > 1 else 20
 launcher = os.path.join(build, "bin", "zelna-quorin")
@@ -63,6 +72,10 @@ info = info[:start] + "<key>SUFeedURL</key>\n\t<string>" + feed_url + "</string>
 with open(os.path.join(bundle, "share", "zelna-quorin", "Info.plist"), "w") as f:
     f.write(info)
 bundled = os.path.join(bundle, "bin", "zelna-quorin")
+if before:
+    # Same bundle, other program: copied beside it so it finds the same Info.plist.
+    bundled_before = os.path.join(bundle, "bin", "zelna-quorin-before")
+    shutil.copy(os.path.join(os.path.abspath(before), "bin", "zelna-quorin"), bundled_before)
 
 env = dict(os.environ, HOME=home, XDG_CONFIG_HOME=os.path.join(home, "config"),
            XDG_DATA_HOME=os.path.join(home, "data"), XDG_RUNTIME_DIR=runtime,
@@ -108,6 +121,9 @@ cases = {
     "checker: minimal Qt (QApplication)": lambda: round_trip([minimal_checker, feed_url]),
     "checker: minimal Qt (QCoreApplication)": lambda: round_trip([minimal_checker, "--core", feed_url]),
 }
+if before:
+    cases["window: zelna-quorin before"] = lambda: until_shown([bundled_before])
+    cases["checker: zelna-quorin before"] = lambda: round_trip([bundled_before, "checkVersion"])
 times = {name: [] for name in cases}
 for name, case in cases.items():  # warm-up
     case()
@@ -146,6 +162,9 @@ for what, ours, reference, unit, target in rows:
     print(f"| {what} | {ours:.1f} {unit} | {reference:.1f} {unit} | {ratio:.2f}{mark} | ≤ {target:.2f} |")
 mark = "" if pass_ms < 5 else " (over)"
 print(f"| one enabled launch pass, 500 processes | {pass_ms:.1f} ms{mark} | — | — | < 5 ms |")
+if before:
+    print(f"before: window {median['window: zelna-quorin before'] / median['window: minimal Qt']:.2f}, "
+          f"checker {median['checker: zelna-quorin before'] / median['checker: minimal Qt (QApplication)']:.2f}")
 print(f"(checker against a QCoreApplication: "
       f"{median['checker: zelna-quorin checkVersion'] / median['checker: minimal Qt (QCoreApplication)']:.2f})")
 
@@ -155,7 +174,8 @@ if plot:
         matplotlib.use("Agg")
         import matplotlib.pyplot as plt
     except ImportError:
-        raise SystemExit("--plot needs matplotlib: apt-get install python3-matplotlib")
+        raise SystemExit("--plot needs matplotlib: apt-get install python3-matplotlib, "
+                         "and run this with Debian's /usr/bin/python3")
     names = list(times)
     figure, axes = plt.subplots(figsize=(9, 4.5))
     axes.boxplot([[t * 1000 for t in times[n]] for n in names], vert=False, labels=names)
