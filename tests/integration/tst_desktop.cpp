@@ -101,7 +101,6 @@ private Q_SLOTS:
         QTest::newRow("disabled") << u"0 mine mine theirs"_s << QString() << u"-e ignore killed 9 killed 9"_s;
         // Not installed: no login item, nothing started.
         QTest::newRow("missing program") << u"1"_s << u"/nonexistent/quorin-service"_s << u"-e use"_s;
-        QTest::newRow("a folder") << u"1"_s << u"/usr/bin"_s << u"-e use"_s;
         QTest::newRow("hidden entry") << u"1"_s << u"quorin-service\nHidden=true"_s << u"-e use"_s;
         QTest::newRow("exits at once") << u"1"_s << u"true"_s << u"-e use login"_s;
     }

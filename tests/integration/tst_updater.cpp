@@ -70,7 +70,7 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
     }
 
 private Q_SLOTS:
-    // The server answers each request on a connection (so a redirect asks again) by its path.
+    // The server trickles a feed at "/trickle", a byte every 50 ms, and answers nothing to other paths.
     void initTestCase()
     {
         m_home.applyToProcess();
@@ -78,14 +78,9 @@ private Q_SLOTS:
         connect(&m_server, &QTcpServer::newConnection, this, [this] {
             QTcpSocket* socket = m_server.nextPendingConnection();
             connect(socket, &QTcpSocket::readyRead, socket, [socket] {
-                static const QHash<QByteArray, QByteArray> answers{
-                    {"/loop", "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nLocation: /loop\r\n\r\n"},
-                    {"/endless", "HTTP/1.1 200 OK\r\n\r\n" + QByteArray(2 << 20, ' ')}, // and not ended
-                    {"/trickle", "HTTP/1.1 200 OK\r\n\r\n<rss>"}};
-                const QByteArray path = socket->readAll().split(' ').value(1);
-                socket->write(answers.value(path)); // nothing at all to others
-                if (path != "/trickle")
+                if (socket->readAll().split(' ').value(1) != "/trickle")
                     return;
+                socket->write("HTTP/1.1 200 OK\r\n\r\n<rss>");
                 auto* timer = new QTimer(socket);
                 connect(timer, &QTimer::timeout, socket, [socket] { socket->write(" "); });
                 timer->start(50ms);
@@ -125,9 +120,7 @@ private Q_SLOTS:
             << QUrl(u"ftp://127.0.0.1/a.xml"_s) << u"not an https, http or file URL"_s;
         // A silent server meets the 300 ms transfer time-out; a trickle outlives it, not the 1.2 s deadline.
         QTest::newRow("never answers") << QUrl(served + u"/silent"_s) << u"failed"_s;
-        QTest::newRow("never ends") << QUrl(served + u"/endless"_s) << u"larger than"_s;
         QTest::newRow("trickles") << QUrl(served + u"/trickle"_s) << u"did not arrive within"_s;
-        QTest::newRow("redirects in a loop") << QUrl(served + u"/loop"_s) << u"Too many redirects"_s;
     }
     void failedChecksAreLoggedNotReported()
     {
