@@ -1,23 +1,28 @@
+#include "CLogger.h"
 #include "DispatchQueue.h"
 #include "FakePlatform.h"
 #include "PrintfFormat.h"
 #include "RecordingLogSink.h"
 #include "ServiceEnableHandler.h"
+#include "TempHome.h"
 
 #include <QRegularExpression>
 #include <QTest>
 #include <QThread>
 
+#include <semaphore>
 #include <thread>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
+using S = OutputStream;
 
 // The exact steps of a service pass against a fake platform, and the work queues and log lines under it.
 class TestCore : public QObject {
     Q_OBJECT
     std::shared_ptr<RecordingLogSink> m_sink = RecordingLogSink::install();
     std::unique_ptr<FakePlatform> m_fake;
+    TempHome m_dir;
 
 private Q_SLOTS:
     // First, so that the main queue is made off the main thread, as a completion on a pool thread may.
@@ -113,6 +118,49 @@ private Q_SLOTS:
         QCOMPARE(PrintfFormat::render("%999999999999d|%.99999999f|%99999999999s"),
                  QByteArray(max - 1, ' ') + "0|0." + QByteArray(max, '0') + '|' + QByteArray(max - 6, ' ')
                      + "(null)");
+    }
+
+    // A new stream to the same file keeps what is there; of its events, only an error is logged.
+    void fileStreamer()
+    {
+        const QString path = m_dir.path() + u"/log"_s;
+        FileStreamer streamer(path);
+        streamer.open();
+        QVERIFY(streamer.append(u"one\n"_s));
+        streamer.startNewStreamWith(path); // keeps what is there
+        QVERIFY(streamer.append(u"zwei \u00FC\n"_s));
+        streamer.close();
+        QCOMPARE(TempHome::readFile(path), u"one\nzwei \u00FC\n"_s);
+        m_sink->clear();
+        streamer.startNewStreamWith(m_dir.path()); // a folder
+        QTRY_COMPARE(m_sink->lines().filter(u"StreamError: "_s).size(), 1);
+        QTest::qWait(20);
+        QCOMPARE(m_sink->lines().size(), 1);
+    }
+
+    // Events arrive on the thread that scheduled the stream, and find nothing once it is gone.
+    void streamEventsStayOnTheirThread()
+    {
+        struct Recorder : StreamDelegate {
+            QList<std::pair<int, DispatchQueue*>> events;
+            void stream(OutputStream*, int e) override { events.append({e, DispatchQueue::current()}); }
+        } recorder;
+        DispatchQueue queue(u"com.zelna.stream"_s);
+        S stream(m_dir.path() + u"/events"_s, true);
+        std::binary_semaphore done{0};
+        queue.async([&] {
+            stream.setDelegate(&recorder);
+            stream.scheduleInCurrentRunLoop();
+            stream.open();
+            S dropped(m_dir.path() + u"/gone"_s, true);
+            dropped.setDelegate(&recorder);
+            dropped.scheduleInCurrentRunLoop();
+            dropped.post(S::HasSpaceAvailable);       // gone before this is delivered
+            queue.async([&done] { done.release(); }); // after the streams' own events
+        });
+        QVERIFY(done.try_acquire_for(std::chrono::seconds(5)));
+        QCOMPARE(recorder.events, (QList<std::pair<int, DispatchQueue*>>{{S::OpenCompleted, &queue},
+                                                                         {S::HasSpaceAvailable, &queue}}));
     }
 };
 
