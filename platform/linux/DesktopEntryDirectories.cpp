@@ -61,7 +61,7 @@ QList<std::pair<QString, QString>> DesktopEntryDirectories::all()
     QMap<QString, QString> byId;
     for (const QString& directory : applicationDirectories()) {
         // A suffix test, not a name filter: Qt compiles name filters into regular
-        // expressions, which loads and runs PCRE at every start.
+        // expressions, which costs more than the walk.
         QDirIterator files(directory, QDir::Files, QDirIterator::Subdirectories);
         while (files.hasNext()) {
             const QString path = files.next();
