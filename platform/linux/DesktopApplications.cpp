@@ -109,26 +109,26 @@ std::optional<QString> DesktopApplications::resolvedExecutable(const QString& ex
 
 std::optional<QString> DesktopApplications::installedEntryPath(const QString& bundleIdentifier)
 {
-    const auto entry = installedEntry(bundleIdentifier);
-    return entry ? std::optional(entry->first.path) : std::nullopt;
+    const auto found = installedEntry(bundleIdentifier);
+    return found ? std::optional(found->first) : std::nullopt;
 }
 
 std::optional<QString> DesktopApplications::installedProgram(const QString& bundleIdentifier)
 {
-    const auto entry = installedEntry(bundleIdentifier);
-    return entry ? std::optional(entry->second) : std::nullopt;
+    const auto found = installedEntry(bundleIdentifier);
+    return found ? std::optional(found->second) : std::nullopt;
 }
 
-std::optional<std::pair<DesktopApplications::Entry, QString>>
+std::optional<std::pair<QString, QString>>
 DesktopApplications::installedEntry(const QString& bundleIdentifier)
 {
     // A hidden or broken entry masks the same ID in later folders.
     const auto path = DesktopEntryDirectories::find(bundleIdentifier + u".desktop"_s);
-    auto entry = path ? readEntry(*path) : std::nullopt;
-    auto program = entry ? resolvedExecutable(entry->exec) : std::nullopt;
+    const auto entry = path ? readEntry(*path) : std::nullopt;
+    const auto program = entry ? resolvedExecutable(entry->exec) : std::nullopt;
     if (!program)
         return std::nullopt;
-    return std::pair(std::move(*entry), std::move(*program));
+    return std::pair(entry->path, *program);
 }
 
 QHash<QString, QString> DesktopApplications::identifiersByExecutable()

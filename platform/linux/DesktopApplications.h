@@ -41,5 +41,6 @@ public:
     static std::variant<qint64, ZLError> launchIdentifier(const QString& bundleIdentifier);
 
 private:
-    static std::optional<std::pair<Entry, QString>> installedEntry(const QString& bundleIdentifier);
+    // The entry's file and its resolved program.
+    static std::optional<std::pair<QString, QString>> installedEntry(const QString& bundleIdentifier);
 };
