@@ -68,6 +68,7 @@ void AppDelegate::switchPolicyToRegularIfNeeded()
 void AppDelegate::setAppPolicyToRegular()
 {
     Application::shared()->setActivationPolicy(Application::Regular);
+    hasShownWindow = true;
     controller().showWindow();
 
     Workspace& workspace = Platform::workspace();

@@ -22,6 +22,8 @@ public:
 
     // Set once "checkVersion" was recognised; read when the updater finds nothing.
     static inline std::atomic<bool> isChecker{false};
+    // Set once the settings window was shown: a checker has then become an interactive launcher.
+    static inline std::atomic<bool> hasShownWindow{false};
 
     void applicationDidFinishLaunching() override;
     bool applicationShouldTerminateAfterLastWindowClosed() override { return true; }

@@ -15,7 +15,8 @@ Application::Application(QStringList arguments, ActivationPolicy initialPolicy)
     , m_policy(initialPolicy)
 {
     g_shared = this;
-    connect(qApp, &QGuiApplication::lastWindowClosed, this, &Application::lastWindowClosed);
+    if (auto* gui = qobject_cast<QGuiApplication*>(QCoreApplication::instance())) // none without a display
+        connect(gui, &QGuiApplication::lastWindowClosed, this, &Application::lastWindowClosed);
 }
 
 Application::~Application()

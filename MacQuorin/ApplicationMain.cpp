@@ -3,11 +3,13 @@
 #include "AppDelegate.h"
 #include "Application.h"
 #include "Bundle.h"
+#include "HeadlessUserDriver.h"
 #include "LauncherLogging.h"
 #include "InstanceChannel.h"
 #include "Platform.h"
 #include "SUStandardUserDriver.h"
 #include "SUUpdater.h"
+#include "UpdateDelegate.h"
 
 #include <QApplication>
 
@@ -17,7 +19,7 @@ Q_LOGGING_CATEGORY(lcLauncher, "zelna.launcher", QtWarningMsg)
 
 namespace {
 
-std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle)
+std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle, bool headless)
 {
     SUUpdater::Host host;
     host.bundleVersion = bundle.objectForInfoDictionaryKey(u"CFBundleVersion"_s).toString();
@@ -31,8 +33,12 @@ std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle)
     host.checkInterval = SUUpdater::checkInterval(
         isNumber && interval.typeId() != QMetaType::QString ? std::optional(seconds) : std::nullopt);
     const QString name = bundle.objectForInfoDictionaryKey(u"CFBundleName"_s).toString();
-    auto updater = std::make_unique<SUUpdater>(
-        std::move(host), std::make_unique<SUStandardUserDriver>(name.isEmpty() ? u"ZELNA Quorin"_s : name));
+    std::unique_ptr<SUUserDriver> driver;
+    if (headless)
+        driver = std::make_unique<HeadlessUserDriver>();
+    else
+        driver = std::make_unique<SUStandardUserDriver>(name.isEmpty() ? u"ZELNA Quorin"_s : name);
+    auto updater = std::make_unique<SUUpdater>(std::move(host), std::move(driver));
     SUUpdater::setSharedUpdater(updater.get());
     return updater;
 }
@@ -51,26 +57,35 @@ int ApplicationMain(int argc, char* argv[])
 {
     // Kept before Qt takes its own options out of argv.
     const QStringList arguments = processArguments(argc, argv);
-    QApplication app(argc, argv);
-    QApplication::setQuitOnLastWindowClosed(false); // the delegate decides
-    QApplication::setApplicationDisplayName(u"ZELNA Quorin"_s);
-    QGuiApplication::setDesktopFileName(u"com.zelna.Quorin"_s);
-
-    // A second start shows the running launcher's window and ends; a check never forwards.
     const bool checking = arguments.size() >= 2 && arguments[1] == u"checkVersion"_s;
-    InstanceChannel& instances = Platform::instanceChannel();
-    if (!checking && instances.forwardReopen()) {
-        qCDebug(lcLauncher, "handed over to the running launcher");
-        return 0;
+    // A checker run from a timer may have no display; it logs what it finds instead of showing it.
+    const bool headless = checking && !Platform::hasDisplay();
+    std::unique_ptr<QCoreApplication> app;
+    if (headless) {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QApplication>(argc, argv);
+        QApplication::setQuitOnLastWindowClosed(false); // the delegate decides
+        QApplication::setApplicationDisplayName(u"ZELNA Quorin"_s);
+        QGuiApplication::setDesktopFileName(u"com.zelna.Quorin"_s);
     }
 
+    // A later start shows the running launcher's window and ends; a check never forwards.
     Application application(arguments);
-    instances.listen([&application] { application.reopen(); });
-    const std::unique_ptr<SUUpdater> updater = makeSharedUpdater(Bundle::main());
+    if (!headless) {
+        const auto role
+            = Platform::instanceChannel().join(!checking, [&application] { application.reopen(); });
+        if (role == InstanceChannel::Role::HandedOver) {
+            qCDebug(lcLauncher, "handed over to the running launcher");
+            return 0;
+        }
+    }
+    const std::unique_ptr<SUUpdater> updater = makeSharedUpdater(Bundle::main(), headless);
     const auto delegate = std::make_shared<AppDelegate>();
     application.setDelegate(delegate.get());
     application.finishLaunching();
-    const int status = QApplication::exec();
+    const int status = QCoreApplication::exec();
     application.setDelegate(nullptr);
+    UpdateDelegate::finishPendingWork();
     return status;
 }

@@ -7,13 +7,35 @@
 #include "Platform.h"
 #include "SUUpdater.h"
 
+#include <QDeadlineTimer>
+
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
+
+// The login item's re-enable after a relaunch, between its scheduling and its 300 ms.
+struct Reenable {
+    QString name;
+    QDeadlineTimer due;
+    std::atomic<bool> done = false;
+    void run()
+    {
+        if (!done.exchange(true))
+            Platform::loginItems().setEnabled(name, true);
+    }
+};
+std::shared_ptr<Reenable> g_reenable; // main thread only
+
+// A checker ends once its check has an answer, unless its window was opened meanwhile.
+bool endsAfterCheck()
+{
+    return AppDelegate::isChecker && !AppDelegate::hasShownWindow;
+}
 
 SUUpdater& requireSharedUpdater()
 {
@@ -44,10 +66,15 @@ void UpdateDelegate::configureSharedUpdater(UpdateDelegate& delegate, const Bund
 
 void UpdateDelegate::updaterDidNotFindUpdate(SUUpdater*)
 {
-    if (AppDelegate::isChecker) {
-        std::fflush(nullptr);
-        std::exit(0);
-    }
+    if (endsAfterCheck())
+        exitProcess(0);
+}
+
+void UpdateDelegate::updaterDidAbortWithError(SUUpdater*, const QString&)
+{
+    // Run daily from a timer, a checker that stayed after a failure would pile up.
+    if (endsAfterCheck())
+        exitProcess(1);
 }
 
 void UpdateDelegate::updaterDidRelaunchApplication(SUUpdater*)
@@ -56,8 +83,27 @@ void UpdateDelegate::updaterDidRelaunchApplication(SUUpdater*)
     // No queue, no second step: the login item then stays off, as intended.
     if (OperationQueue* queue = OperationQueue::current()) {
         if (DispatchQueue* dispatch = queue->underlyingQueue()) {
-            const QString name = helperBundleName;
-            dispatch->asyncAfter(300ms, [name] { Platform::loginItems().setEnabled(name, true); });
+            auto reenable
+                = std::make_shared<Reenable>(helperBundleName, QDeadlineTimer(300ms, Qt::PreciseTimer));
+            g_reenable = reenable;
+            dispatch->asyncAfter(300ms, [reenable] { reenable->run(); });
         }
     }
+}
+
+void UpdateDelegate::finishPendingWork()
+{
+    if (const std::shared_ptr<Reenable> reenable = std::exchange(g_reenable, nullptr)) {
+        if (!reenable->done) {
+            std::this_thread::sleep_for(reenable->due.remainingTimeAsDuration());
+            reenable->run();
+        }
+    }
+}
+
+void UpdateDelegate::exitProcess(int status)
+{
+    finishPendingWork();
+    std::fflush(nullptr);
+    std::exit(status);
 }

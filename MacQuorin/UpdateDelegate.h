@@ -6,16 +6,22 @@
 
 class Bundle;
 
-// Answers the updater: ends a checking-only process when nothing was found,
-// and re-registers the service's login item after an update relaunch.
+// Answers the updater: ends a checking-only process once its check has an
+// answer, and re-registers the service's login item after an update relaunch.
 class UpdateDelegate : public SUUpdaterDelegate {
 public:
     const QString helperBundleName = QStringLiteral("com.zelna.Quorin.Service");
 
     void updaterDidNotFindUpdate(SUUpdater* updater) override;
+    void updaterDidAbortWithError(SUUpdater* updater, const QString& error) override;
     void updaterDidRelaunchApplication(SUUpdater* updater) override;
 
     // Points the shared updater at the bundle's feed and starts a background check.
     // Nothing happens without a text "SUFeedURL"; one that is not a URL ends the process.
     static void configureSharedUpdater(UpdateDelegate& delegate, const Bundle& bundle);
+
+    // Does the delayed work already scheduled (keeping its delay), so that no exit cuts it off.
+    static void finishPendingWork();
+    // Ends the process with STATUS, after the pending work.
+    [[noreturn]] static void exitProcess(int status);
 };

@@ -2,14 +2,19 @@
 
 #include <functional>
 
-// One launcher per user session: a second start asks the running one to
+// One launcher per user session: a later start asks the running one to
 // reopen instead of starting again.
 class InstanceChannel {
 public:
+    enum class Role {
+        Listening,  // this process is the session's launcher
+        HandedOver, // another launcher took the reopen request
+        Alone,      // neither: runs without taking requests
+    };
+
     virtual ~InstanceChannel() = default;
-    // Asks a running launcher to reopen; true when one took the request.
-    virtual bool forwardReopen() = 0;
-    // Takes requests from later starts; onReopen runs on the calling thread.
-    // False when another launcher already listens.
-    virtual bool listen(std::function<void()> onReopen) = 0;
+    // Becomes the session's launcher, taking later starts' reopen requests (onReopen
+    // runs on the calling thread), unless another one holds that place; then, when
+    // handOver is set, asks that one to reopen. Decided under a lock, whatever the timing.
+    virtual Role join(bool handOver, std::function<void()> onReopen) = 0;
 };

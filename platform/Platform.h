@@ -35,6 +35,9 @@ public:
     static InstanceChannel& instanceChannel();
     static FileManager& fileManager();
 
+    // Whether windows can be shown at all (a timer or a remote shell may have no display).
+    static bool hasDisplay();
+
     // The services of the system this build runs on.
     static PlatformServices createDefault();
 

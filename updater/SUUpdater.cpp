@@ -82,23 +82,18 @@ void SUUpdater::noteLaunch()
         defaults->setValue(lastLaunchedVersionKey, m_host.bundleVersion);
 }
 
-void SUUpdater::setDelegate(SUUpdaterDelegate* delegate)
+void SUUpdater::setDelegate(SUUpdaterDelegate* newDelegate)
 {
     {
         const QMutexLocker locker(&m_mutex);
-        m_delegate = delegate;
+        m_delegate = newDelegate;
     }
-    if (!delegate)
+    if (!newDelegate)
         return;
     m_runner.post([this] {
         if (!m_relaunched || m_relaunchSent)
             return;
-        SUUpdaterDelegate* current = nullptr;
-        {
-            const QMutexLocker locker(&m_mutex);
-            current = m_delegate;
-        }
-        if (current) {
+        if (SUUpdaterDelegate* current = delegate()) {
             m_relaunchSent = true;
             current->updaterDidRelaunchApplication(this);
         }
@@ -163,8 +158,8 @@ void SUUpdater::startCheck()
     const QUrl url = feedURL();
     const QString scheme = url.scheme().toLower();
     if (url.isEmpty() || (scheme != u"https"_s && scheme != u"http"_s && scheme != u"file"_s)) {
-        log(u"no update check: the feed address \""_s + url.toString()
-            + u"\" is not an https, http or file URL"_s);
+        fail(u"no update check: the feed address \""_s + url.toString()
+             + u"\" is not an https, http or file URL"_s);
         Q_EMIT checkFinished();
         return;
     }
@@ -204,13 +199,13 @@ void SUUpdater::finishCheck()
     reply->deleteLater();
     const QString url = reply->request().url().toString();
     if (reply->property("tooLarge").toBool()) {
-        log(u"update check of "_s + url + u" stopped: the feed is larger than "_s
-            + QString::number(m_host.maxFeedBytes) + u" bytes"_s);
+        fail(u"update check of "_s + url + u" stopped: the feed is larger than "_s
+             + QString::number(m_host.maxFeedBytes) + u" bytes"_s);
     } else if (reply->property("overdue").toBool()) {
-        log(u"update check of "_s + url + u" stopped: the feed did not arrive within "_s
-            + QString::number(m_host.deadline.count()) + u" ms"_s);
+        fail(u"update check of "_s + url + u" stopped: the feed did not arrive within "_s
+             + QString::number(m_host.deadline.count()) + u" ms"_s);
     } else if (reply->error() != QNetworkReply::NoError) {
-        log(u"update check of "_s + url + u" failed: "_s + reply->errorString());
+        fail(u"update check of "_s + url + u" failed: "_s + reply->errorString());
     } else {
         handleFeed(reply->readAll());
     }
@@ -223,7 +218,7 @@ void SUUpdater::handleFeed(const QByteArray& bytes)
     QString error;
     const auto appcast = SUAppcast::parse(bytes, &error);
     if (!appcast) {
-        log(u"the update feed "_s + feedURL().toString() + u" cannot be read: "_s + error);
+        fail(u"the update feed "_s + feedURL().toString() + u" cannot be read: "_s + error);
         return;
     }
     const std::optional<SUAppcastItem> best = appcast->bestItem(thisSystem);
@@ -247,13 +242,21 @@ void SUUpdater::handleFeed(const QByteArray& bytes)
     });
 }
 
+SUUpdaterDelegate* SUUpdater::delegate() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_delegate;
+}
+
 void SUUpdater::notifyDidNotFindUpdate()
 {
-    SUUpdaterDelegate* delegate = nullptr;
-    {
-        const QMutexLocker locker(&m_mutex);
-        delegate = m_delegate;
-    }
-    if (delegate)
-        delegate->updaterDidNotFindUpdate(this);
+    if (SUUpdaterDelegate* current = delegate())
+        current->updaterDidNotFindUpdate(this);
+}
+
+void SUUpdater::fail(const QString& message)
+{
+    log(message);
+    if (SUUpdaterDelegate* current = delegate())
+        current->updaterDidAbortWithError(this, message);
 }

@@ -70,7 +70,9 @@ private:
     void finishCheck();
     void handleFeed(const QByteArray& bytes);
     void scheduleNextCheck();
+    SUUpdaterDelegate* delegate() const;
     void notifyDidNotFindUpdate();
+    void fail(const QString& message); // logged, and told to the delegate
     void noteLaunch();
     void log(const QString& message) const;
 

@@ -22,3 +22,10 @@ PlatformServices Platform::createDefault()
     services.fileManager = std::make_shared<PosixFileManager>();
     return services;
 }
+
+bool Platform::hasDisplay()
+{
+    // A platform chosen by name (offscreen, vnc, ...) needs no display server.
+    return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
+           || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+}

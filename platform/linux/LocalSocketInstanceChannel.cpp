@@ -6,7 +6,9 @@
 #include <QDir>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QDeadlineTimer>
 #include <QLockFile>
+#include <QThread>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -17,6 +19,8 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 constexpr int timeoutMs = 2000;
+constexpr int holderAnswerMs = 20000; // a launcher starting on a loaded machine
+constexpr int retryMs = 50;
 const QByteArray request = "reopen\n";
 const QByteArray answer = "ok\n";
 
@@ -66,17 +70,44 @@ std::optional<QString> LocalSocketInstanceChannel::socketPath() const
     return *folder + u'/' + m_name + u".socket"_s;
 }
 
-bool LocalSocketInstanceChannel::forwardReopen()
+InstanceChannel::Role LocalSocketInstanceChannel::join(bool handOver, std::function<void()> onReopen)
 {
     const auto path = socketPath();
-    if (!path)
-        return false;
+    if (!path) {
+        SystemLog::logText(u"No private runtime folder: this launcher cannot be reopened by a later start"_s);
+        return Role::Alone;
+    }
+    // Whoever holds the lock is the launcher; it goes with the process, and the
+    // lock of one that was killed is taken over (its process is gone).
+    m_lock = std::make_unique<QLockFile>(*path + u".lock"_s);
+    m_lock->setStaleLockTime(0);
+    // The holder may still be starting: it is asked again until it answers or ends.
+    for (const QDeadlineTimer deadline(holderAnswerMs); !m_lock->tryLock(0); QThread::msleep(retryMs)) {
+        if (m_lock->error() != QLockFile::LockFailedError) {
+            SystemLog::logText(u"Cannot take the launcher lock "_s + m_lock->fileName());
+            return Role::Alone;
+        }
+        if (!handOver)
+            return Role::Alone;
+        if (forwardReopen(*path))
+            return Role::HandedOver;
+        if (deadline.hasExpired()) {
+            SystemLog::logText(u"The running launcher does not answer at "_s + *path
+                               + u"; starting anyway"_s);
+            return Role::Alone;
+        }
+    }
+    return listen(*path, std::move(onReopen)) ? Role::Listening : Role::Alone;
+}
+
+bool LocalSocketInstanceChannel::forwardReopen(const QString& path) const
+{
     QLocalSocket socket;
-    socket.connectToServer(*path);
+    socket.connectToServer(path);
     if (!socket.waitForConnected(timeoutMs))
         return false;
     if (!fromSameUser(socket)) {
-        SystemLog::logText(u"The launcher socket "_s + *path
+        SystemLog::logText(u"The launcher socket "_s + path
                            + u" belongs to another user; not handing over"_s);
         return false;
     }
@@ -87,27 +118,13 @@ bool LocalSocketInstanceChannel::forwardReopen()
     return socket.readAll() == answer;
 }
 
-bool LocalSocketInstanceChannel::listen(std::function<void()> onReopen)
+bool LocalSocketInstanceChannel::listen(const QString& path, std::function<void()> onReopen)
 {
-    const auto path = socketPath();
-    if (!path) {
-        SystemLog::logText(u"No private runtime folder: this launcher cannot be reopened by a later start"_s);
-        return false;
-    }
-    // Two launchers starting at once must not clear each other's socket.
-    QLockFile lock(*path + u".lock"_s);
-    if (!lock.tryLock(timeoutMs))
-        return false;
-    QLocalSocket probe;
-    probe.connectToServer(*path);
-    if (probe.waitForConnected(timeoutMs))
-        return false;                  // another launcher answers there
-    QLocalServer::removeServer(*path); // left behind by a launcher that was killed
-
+    QLocalServer::removeServer(path); // left behind by a launcher that was killed
     auto server = std::make_unique<QLocalServer>();
     server->setSocketOptions(QLocalServer::UserAccessOption);
-    if (!server->listen(*path)) {
-        SystemLog::logText(u"Cannot listen on "_s + *path + u": "_s + server->errorString());
+    if (!server->listen(path)) {
+        SystemLog::logText(u"Cannot listen on "_s + path + u": "_s + server->errorString());
         return false;
     }
     QLocalServer* raw = server.get();

@@ -8,6 +8,7 @@
 #include <optional>
 
 class QLocalServer;
+class QLockFile;
 
 // A local socket in the user's runtime directory, answered only for
 // connections from the same user.
@@ -16,13 +17,16 @@ public:
     explicit LocalSocketInstanceChannel(QString name = QStringLiteral("zelna-quorin"));
     ~LocalSocketInstanceChannel() override;
 
-    bool forwardReopen() override;
-    bool listen(std::function<void()> onReopen) override;
+    Role join(bool handOver, std::function<void()> onReopen) override;
 
     // $XDG_RUNTIME_DIR/NAME.socket, or a private folder in /tmp without one.
     std::optional<QString> socketPath() const;
 
 private:
+    bool forwardReopen(const QString& path) const;
+    bool listen(const QString& path, std::function<void()> onReopen);
+
     QString m_name;
+    std::unique_ptr<QLockFile> m_lock; // held for as long as this process is the launcher
     std::unique_ptr<QLocalServer> m_server;
 };

@@ -23,8 +23,12 @@ struct Launch : QProcess {
     {
         return QTest::qWaitFor([&] { return says(text) || state() == NotRunning; }, 15000) && says(text);
     }
-    // 0 for success, 1 for any failure (a fatal error aborts), -1 when still running after the time-out.
-    int finish() { return !waitForFinished(15000) ? -1 : exitStatus() || exitCode() ? 1 : 0; }
+    // The exit status; 255 for an abnormal end (a fatal error aborts), -1 when still running after the
+    // time-out.
+    int finish()
+    {
+        return state() != NotRunning && !waitForFinished(15000) ? -1 : exitStatus() ? 255 : exitCode();
+    }
 };
 
 const QString window = u"window shown: MainWindow"_s;
@@ -45,10 +49,13 @@ class TestLauncher : public QObject {
     QProcessEnvironment m_env;
 
     QString path(const QString& relative) const { return m_home->path() + u'/' + relative; }
-    std::unique_ptr<Launch> launch(const QStringList& arguments = {})
+    std::unique_ptr<Launch> launch(const QStringList& arguments = {}, bool display = true)
     {
         auto run = std::make_unique<Launch>();
-        run->setProcessEnvironment(m_env);
+        QProcessEnvironment env = m_env;
+        for (const QString& name : {u"DISPLAY"_s, u"WAYLAND_DISPLAY"_s, u"QT_QPA_PLATFORM"_s})
+            display ? void() : env.remove(name);
+        run->setProcessEnvironment(env);
         run->setProcessChannelMode(QProcess::MergedChannels);
         run->start(path(u"bundle/bin/zelna-quorin"_s), arguments);
         return run;
@@ -108,24 +115,31 @@ private Q_SLOTS:
 
     void start_data()
     {
-        QTest::addColumn<QByteArray>("feed"); // see writeInfo
-        QTest::addColumn<QString>("arguments");
-        QTest::addColumn<int>("status");    // 0, 1 for any failure, -1 for still running
-        QTest::addColumn<QString>("shown"); // the window only when this says so
+        QTest::addColumn<QByteArray>("feed");   // see writeInfo
+        QTest::addColumn<QString>("arguments"); // a leading "-" for a start without a display
+        QTest::addColumn<int>("status");        // see Launch::finish
+        QTest::addColumn<QString>("shown");     // the window only when this says so
         QTest::newRow("checker, no newer version") << "1.0"_ba << check << 0 << u""_s;
         QTest::newRow("checker, newer version")
             << "2.0"_ba << check << -1 << u"update alert shown for version 2.0"_s;
+        // A check without an answer ends the checker: run from a timer, it must not pile up.
+        QTest::newRow("checker, feed missing") << "none"_ba << check << 1 << u"Updater: update check of"_s;
+        // With no display, no one can see a window: what was found is logged.
+        QTest::newRow("no display, no newer version") << "1.0"_ba << u"-"_s + check << 0 << u""_s;
+        QTest::newRow("no display, newer version")
+            << "2.0"_ba << u"-"_s + check << 2
+            << u"Updater: version 2.0 (2.0) is available; 1.0.0 is installed"_s;
         // Only the first argument, exactly, makes a checker.
         QTest::newRow("capitalised, then second")
             << "1.0"_ba << u"CheckVersion checkVersion"_s << -1 << window;
         // Without a feed URL (here one of the wrong type) nothing is checked.
         QTest::newRow("a number") << "<key>SUFeedURL</key><integer>42</integer>"_ba << u""_s << -1 << window;
         QTest::newRow("feed not a URL")
-            << "<key>SUFeedURL</key><string>not a url</string>"_ba << u""_s << 1
+            << "<key>SUFeedURL</key><string>not a url</string>"_ba << u""_s << 255
             << u"SUFeedURL \"not a url\" in the bundle's Info.plist is not a URL"_s;
         // No version to show: a clear, deliberate end.
         QTest::newRow("Info.plist cut short")
-            << "</dict>"_ba << u""_s << 1 << u"The bundle's Info.plist has no CFBundleShortVersionString"_s;
+            << "</dict>"_ba << u""_s << 255 << u"The bundle's Info.plist has no CFBundleShortVersionString"_s;
     }
     void start()
     {
@@ -134,7 +148,9 @@ private Q_SLOTS:
         QFETCH(int, status);
         QFETCH(QString, shown);
         writeInfo(feed);
-        auto run = launch(arguments.split(u' ', Qt::SkipEmptyParts));
+        const bool display = !arguments.startsWith(u'-');
+        arguments.remove(0, display ? 0 : 1);
+        auto run = launch(arguments.split(u' ', Qt::SkipEmptyParts), display);
         // Still running means no update found does not end the others.
         VERIFY_RUN(status < 0 ? run->waitFor(shown) && run->state() == QProcess::Running
                               : run->finish() == status,
@@ -149,8 +165,29 @@ private Q_SLOTS:
         // The service pass runs at every start, whatever follows.
         QCOMPARE(TempHome::readFile(path(u"pluginkit.log"_s)),
                  u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
-        if (feed != "1.0" && feed != "2.0")
+        if (feed.startsWith('<'))
             VERIFY_RUN(!run->says(u"Updater:"_s) && !checkRecorded(), run);
+    }
+
+    // However their starts interleave, launches together leave one launcher: the others hand
+    // their reopen over to it and end with 0. The next round takes the place of one killed.
+    void launchesTogetherLeaveOne()
+    {
+        writeInfo("<key>SUFeedURL</key><integer>42</integer>"); // nothing to check
+        for (int round = 0; round < 3; ++round) {
+            std::vector<std::unique_ptr<Launch>> runs(8);
+            for (auto& run : runs)
+                run = launch();
+            const auto ended = [&runs] {
+                return std::ranges::count_if(runs,
+                                             [](auto& run) { return run->state() == QProcess::NotRunning; });
+            };
+            QTRY_COMPARE_WITH_TIMEOUT(ended(), 7, 60000);
+            for (auto& run : runs)
+                VERIFY_RUN(run->state() == QProcess::Running ? run->waitFor(window)
+                                                             : run->finish() == 0 && run->says(handedOver),
+                           run);
+        }
     }
 
     // A second start hands over to the first and ends. Another user is kept out by the
@@ -169,9 +206,9 @@ private Q_SLOTS:
         const QString folder
             = shared ? path(u"tmp/zelna-quorin-"_s) + QString::number(::getuid()) : path(u"runtime"_s);
         const QString socket = folder + u"/zelna-quorin.socket"_s;
-        writeInfo("none"); // a checker whose feed is missing stays, windowless
+        writeInfo("2.0"); // a checker that found an update stays
         auto first = launch({check});
-        VERIFY_RUN(first->waitFor(u"Updater: update check of"_s) && QFile::exists(socket), first);
+        VERIFY_RUN(first->waitFor(u"update alert shown"_s) && QFile::exists(socket), first);
         if (::geteuid() == 0) { // only root can act as another user
             QCOMPARE(reopenAsNobody(socket), u"refused"_s);
             QVERIFY(TempHome::letOthersThrough(m_home->path()) && TempHome::letOthersThrough(folder));

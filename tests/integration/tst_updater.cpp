@@ -47,6 +47,7 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
 
     void updaterDidNotFindUpdate(SUUpdater*) override { m_calls << u"notFound"_s; }
     void updaterDidRelaunchApplication(SUUpdater*) override { m_calls << u"relaunched"_s; }
+    void updaterDidAbortWithError(SUUpdater*, const QString& error) override { m_calls << error; }
     Q_INVOKABLE void open(const QUrl& url) { m_calls << u"opened "_s + url.toString(); }
 
     std::unique_ptr<SUUpdater> make(std::chrono::milliseconds timeout = 5s)
@@ -107,7 +108,7 @@ private Q_SLOTS:
             QCOMPARE(SUUpdater::checkInterval(asked), interval);
     }
 
-    void failedChecksAreLoggedNotReported_data()
+    void failedChecksAreLoggedAndReportedAsSuch_data()
     {
         QTest::addColumn<QUrl>("feed");
         QTest::addColumn<QString>("logged");
@@ -122,7 +123,7 @@ private Q_SLOTS:
         QTest::newRow("never answers") << QUrl(served + u"/silent"_s) << u"failed"_s;
         QTest::newRow("trickles") << QUrl(served + u"/trickle"_s) << u"did not arrive within"_s;
     }
-    void failedChecksAreLoggedNotReported()
+    void failedChecksAreLoggedAndReportedAsSuch()
     {
         QFETCH(QUrl, feed);
         QFETCH(QString, logged);
@@ -133,7 +134,8 @@ private Q_SLOTS:
 #endif
         QVERIFY(check(*make(served ? 300ms : 5s), feed));
         const QStringList log = m_sink->lines();
-        QVERIFY2(m_calls.isEmpty() && log.size() == 1 && log[0].contains(logged),
+        QVERIFY2(m_calls.size() == 1 && log.size() == 1 && log[0].contains(u"Updater: "_s + m_calls[0])
+                     && log[0].contains(logged),
                  qPrintable(log.join(u'\n')));
     }
 
