@@ -97,9 +97,11 @@ std::variant<std::optional<QList<QUrl>>, ZLError> filesWithoutDirs(FileManager& 
     return beneath;
 }
 
-// Known to Qt's meta-object system by name from the start, as a runtime class is.
+// Known to Qt's meta-object system by name from the start, as a runtime class is,
+// also by the qualified name that runtime clients create it by.
 const bool registeredWithRuntime = [] {
     qRegisterMetaType<ZLFileManager*>("ZLFileManager*");
+    qRegisterMetaType<ZLFileManager*>("ZELNA_Quorin.ZLFileManager");
     qRegisterMetaType<QList<QUrl>>("QList<QUrl>");
     return true;
 }();

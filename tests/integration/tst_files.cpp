@@ -248,7 +248,7 @@ private Q_SLOTS:
                 want << QUrl::fromEncoded("file://" + file.toPercentEncoding("/"));
         // Made and called by name only, as the file-manager extension's runtime does.
         const std::unique_ptr<QObject> manager(
-            QMetaType::fromName("ZLFileManager*").metaObject()->newInstance());
+            QMetaType::fromName("ZELNA_Quorin.ZLFileManager").metaObject()->newInstance());
         QVERIFY(QMetaObject::invokeMethod(manager.get(), "fileAggregationFrom", Q_ARG(QStringList, paths),
                                           Q_ARG(QObject*, this), Q_ARG(QByteArray, "aggregated")));
         QTRY_COMPARE_WITH_TIMEOUT(m_completions.size(), 1, 60000);
