@@ -2,9 +2,12 @@
 
 #include "SUUserDriver.h"
 
+#include <QPointer>
 #include <QString>
 
-// Shows found updates in an SUUpdateAlert window.
+class SUUpdateAlert;
+
+// Shows found updates in an SUUpdateAlert window, one at a time.
 class SUStandardUserDriver : public SUUserDriver {
 public:
     explicit SUStandardUserDriver(QString applicationName) : m_applicationName(std::move(applicationName)) { }
@@ -13,4 +16,5 @@ public:
 
 private:
     QString m_applicationName;
+    QPointer<SUUpdateAlert> m_alert; // the window still open, if any
 };

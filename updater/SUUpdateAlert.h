@@ -16,6 +16,8 @@ public:
     SUUpdateAlert(const QString& applicationName, const SUAppcastItem& item, const QString& installedVersion,
                   std::function<void(SUUserDriver::Choice)> reply);
 
+    const SUAppcastItem& item() const { return m_item; }
+
     // Only web pages are opened; any other scheme is refused and logged.
     static bool openDownloadPage(const QUrl& page);
 

@@ -2,6 +2,8 @@
 #include "Application.h"
 #include "Bundle.h"
 #include "FakePlatform.h"
+#include "SUStandardUserDriver.h"
+#include "SUUpdateAlert.h"
 #include "Storyboard.h"
 #include "TempHome.h"
 #include "UpdateDelegate.h"
@@ -142,6 +144,26 @@ private Q_SLOTS:
                 order << w->objectName() + (w->accessibleName().isEmpty() ? u" (no name)"_s : QString());
         QCOMPARE(order, (QStringList{u"enableCheckBox"_s, u"autoStartCheckBox"_s, u"disablePreviewCheckbox"_s,
                                      u"channelsPopupBtn"_s, u"helpButton"_s}));
+    }
+
+    // Checks that find an update while its window is open raise that one window, at the newest version.
+    void oneUpdateWindowAtATime()
+    {
+        SUStandardUserDriver driver(u"ZELNA Quorin"_s);
+        QStringList replies;
+        for (const QString& version : {u"2.0"_s, u"2.0"_s, u"3.0"_s, u"2.5"_s}) {
+            SUAppcastItem item;
+            item.versionString = version;
+            driver.showUpdateFound(item, u"1.0"_s, [&replies, version](auto choice) {
+                replies << version + u' ' + QString::number(int(choice));
+            });
+        }
+        QTRY_COMPARE(QApplication::topLevelWidgets().count(), 1); // the ones replaced are gone
+        auto* alert = qobject_cast<SUUpdateAlert*>(QApplication::topLevelWidgets().constFirst());
+        QVERIFY(alert && alert->isVisible() && alert->item().versionString == u"3.0"_s);
+        alert->close();
+        const QString later = QString::number(int(SUUserDriver::Choice::RemindLater));
+        QCOMPARE(replies, QStringList({u"2.0 "_s + later, u"2.0 "_s + later, u"3.0 "_s + later}));
     }
 
     void enableGuardsAgainstASecondClick()
