@@ -2,6 +2,7 @@
 
 #include "ApplicationDelegate.h"
 #include "LauncherLogging.h"
+#include "Platform.h"
 
 #include <QApplication>
 #include <QWidget>
@@ -60,8 +61,14 @@ void Application::finishLaunching()
         m_delegate->applicationDidFinishLaunching();
 }
 
-void Application::reopen()
+void Application::reopen(const QByteArray& activationToken)
 {
+    // Desktops that prevent focus stealing bring a window forward only with the token of
+    // the user's action that asked for it; handed over before the window is shown.
+    if (!activationToken.isEmpty()) {
+        qCDebug(lcLauncher, "reopen with activation token %s", activationToken.constData());
+        Platform::useActivationToken(activationToken);
+    }
     // When the delegate agrees, the usual handling follows: bring the windows forward.
     if (m_delegate && m_delegate->applicationShouldHandleReopen(hasVisibleWindows()) && hasVisibleWindows())
         activateIgnoringOtherApps(true);

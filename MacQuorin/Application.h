@@ -28,8 +28,9 @@ public:
 
     void setDelegate(ApplicationDelegate* delegate) { m_delegate = delegate; }
     void finishLaunching();
-    // A later start of the application asked this one to reopen.
-    void reopen();
+    // A later start of the application asked this one to reopen, with the desktop's
+    // activation token for it, if any.
+    void reopen(const QByteArray& activationToken = {});
 
 private:
     void lastWindowClosed();

@@ -73,8 +73,8 @@ int ApplicationMain(int argc, char* argv[])
     // A later start shows the running launcher's window and ends; a check never forwards.
     Application application(arguments);
     if (!headless) {
-        const auto role
-            = Platform::instanceChannel().join(!checking, [&application] { application.reopen(); });
+        const auto role = Platform::instanceChannel().join(
+            !checking, [&application](const QByteArray& token) { application.reopen(token); });
         if (role == InstanceChannel::Role::HandedOver) {
             qCDebug(lcLauncher, "handed over to the running launcher");
             return 0;

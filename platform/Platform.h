@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QByteArray>
+
 #include <memory>
 
 class CommandRunner;
@@ -37,6 +39,9 @@ public:
 
     // Whether windows can be shown at all (a timer or a remote shell may have no display).
     static bool hasDisplay();
+
+    // Hands the desktop's activation token to the next window activation.
+    static void useActivationToken(const QByteArray& token);
 
     // The services of the system this build runs on.
     static PlatformServices createDefault();

@@ -9,6 +9,9 @@
 #include "PosixFileManager.h"
 #include "XdgLoginItems.h"
 
+#include <QGuiApplication>
+#include <qpa/qplatformnativeinterface.h>
+
 PlatformServices Platform::createDefault()
 {
     PlatformServices services;
@@ -28,4 +31,24 @@ bool Platform::hasDisplay()
     // A platform chosen by name (offscreen, vnc, ...) needs no display server.
     return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
            || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+}
+
+void Platform::useActivationToken(const QByteArray& token)
+{
+    if (token.isEmpty())
+        return;
+    const QString system = QGuiApplication::platformName();
+    if (system.startsWith(u"wayland")) {
+        qputenv("XDG_ACTIVATION_TOKEN", token); // the window's next activation uses it, once
+    } else if (system == u"xcb") {
+        // The startup id carries the time of the user's action; the next window shown ends
+        // that start's notification with it.
+        using SetStartupId = void (*)(const char*);
+        QPlatformNativeInterface* native = QGuiApplication::platformNativeInterface();
+        void* function
+            = native ? reinterpret_cast<void*>(native->nativeResourceFunctionForIntegration("setstartupid"))
+                     : nullptr;
+        if (function)
+            reinterpret_cast<SetStartupId>(function)(token.constData());
+    }
 }

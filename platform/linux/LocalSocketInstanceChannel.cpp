@@ -21,8 +21,30 @@ namespace {
 constexpr int timeoutMs = 2000;
 constexpr int holderAnswerMs = 20000; // a launcher starting on a loaded machine
 constexpr int retryMs = 50;
-const QByteArray request = "reopen\n";
+// "reopen", then a blank and the activation token when the start was given one.
+const QByteArray request = "reopen";
 const QByteArray answer = "ok\n";
+constexpr qint64 maxRequestBytes = 1024;
+
+// The token the desktop gave this start, for the running launcher to come forward with.
+QByteArray activationToken()
+{
+    const QByteArray token = qgetenv("XDG_ACTIVATION_TOKEN");
+    return token.isEmpty() ? qgetenv("DESKTOP_STARTUP_ID") : token;
+}
+
+std::pair<QByteArray, QByteArray> splitRequest(const QByteArray& line)
+{
+    const qsizetype blank = line.indexOf(' ');
+    return blank < 0 ? std::pair(line, QByteArray()) : std::pair(line.left(blank), line.mid(blank + 1));
+}
+
+// A token is printable ASCII without blanks; anything else is dropped.
+QByteArray checkedToken(const QByteArray& token)
+{
+    const bool printable = std::ranges::all_of(token, [](char c) { return c > ' ' && c < '\x7f'; });
+    return printable ? token : QByteArray();
+}
 
 bool fromSameUser(const QLocalSocket& socket)
 {
@@ -70,7 +92,8 @@ std::optional<QString> LocalSocketInstanceChannel::socketPath() const
     return *folder + u'/' + m_name + u".socket"_s;
 }
 
-InstanceChannel::Role LocalSocketInstanceChannel::join(bool handOver, std::function<void()> onReopen)
+InstanceChannel::Role LocalSocketInstanceChannel::join(bool handOver,
+                                                       std::function<void(const QByteArray&)> onReopen)
 {
     const auto path = socketPath();
     if (!path) {
@@ -111,14 +134,15 @@ bool LocalSocketInstanceChannel::forwardReopen(const QString& path) const
                            + u" belongs to another user; not handing over"_s);
         return false;
     }
-    socket.write(request);
+    const QByteArray token = checkedToken(activationToken());
+    socket.write(request + (token.isEmpty() ? QByteArray() : ' ' + token) + '\n');
     if (!socket.waitForBytesWritten(timeoutMs))
         return false;
     while (socket.bytesAvailable() < answer.size() && socket.waitForReadyRead(timeoutMs)) { }
     return socket.readAll() == answer;
 }
 
-bool LocalSocketInstanceChannel::listen(const QString& path, std::function<void()> onReopen)
+bool LocalSocketInstanceChannel::listen(const QString& path, std::function<void(const QByteArray&)> onReopen)
 {
     QLocalServer::removeServer(path); // left behind by a launcher that was killed
     auto server = std::make_unique<QLocalServer>();
@@ -136,12 +160,14 @@ bool LocalSocketInstanceChannel::listen(const QString& path, std::function<void(
                 continue;
             }
             QObject::connect(socket, &QLocalSocket::readyRead, socket, [socket, onReopen] {
-                if (socket->bytesAvailable() < request.size())
+                if (!socket->canReadLine() && socket->bytesAvailable() < maxRequestBytes)
                     return;
-                if (socket->read(request.size()) == request) {
+                const QByteArray line = socket->readLine(maxRequestBytes).chopped(1);
+                const auto [word, token] = splitRequest(line);
+                if (word == request) {
                     socket->write(answer);
                     socket->flush();
-                    onReopen();
+                    onReopen(checkedToken(token));
                 }
                 socket->disconnectFromServer();
             });

@@ -17,14 +17,14 @@ public:
     explicit LocalSocketInstanceChannel(QString name = QStringLiteral("zelna-quorin"));
     ~LocalSocketInstanceChannel() override;
 
-    Role join(bool handOver, std::function<void()> onReopen) override;
+    Role join(bool handOver, std::function<void(const QByteArray&)> onReopen) override;
 
     // $XDG_RUNTIME_DIR/NAME.socket, or a private folder in /tmp without one.
     std::optional<QString> socketPath() const;
 
 private:
     bool forwardReopen(const QString& path) const;
-    bool listen(const QString& path, std::function<void()> onReopen);
+    bool listen(const QString& path, std::function<void(const QByteArray&)> onReopen);
 
     QString m_name;
     std::unique_ptr<QLockFile> m_lock; // held for as long as this process is the launcher

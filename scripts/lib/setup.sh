@@ -3,7 +3,7 @@
 
 ZQ_PACKAGES=(
     cmake ninja-build g++ pkg-config
-    qt6-base-dev libqt6opengl6-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools libgl-dev
+    qt6-base-dev qt6-base-private-dev libqt6opengl6-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools libgl-dev
     libplist-dev libglib2.0-dev
     libbenchmark-dev
     python3 desktop-file-utils appstream dpkg-dev file clang-format

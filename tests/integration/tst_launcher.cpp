@@ -215,11 +215,14 @@ private Q_SLOTS:
             QVERIFY(QFile::setPermissions(socket, QFile::Permissions(0x6666)));
             QCOMPARE(reopenAsNobody(socket), u"hung up"_s);
         }
-        auto second = launch(); // no service pass of its own
+        m_env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-test_TIME42"_s); // what the desktop gives a start
+        auto second = launch();                                     // no service pass of its own
+        m_env.remove(u"DESKTOP_STARTUP_ID"_s);
         VERIFY_RUN(second->finish() == 0 && second->says(handedOver) && !second->says(u"ZELNA_LOG"_s),
                    second);
         VERIFY_RUN(first->waitFor(window)
-                       && first->says(u"ZENLA Launcher Handling accessory state on reopen"_s),
+                       && first->says(u"ZENLA Launcher Handling accessory state on reopen"_s)
+                       && first->says(u"reopen with activation token zq-test_TIME42"_s),
                    first);
         // Once, with the log text as it has always been spelt; none for the other user.
         QCOMPARE(first->output().count(u"ZENLA Launcher applicationShouldHandleReopen"_s), 1);
