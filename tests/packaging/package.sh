@@ -16,7 +16,8 @@ for path in ./usr/bin/zelna-quorin ./usr/share/zelna-quorin/Info.plist ./usr/sha
     ./usr/share/applications/com.zelna.Quorin.desktop ./usr/share/metainfo/com.zelna.Quorin.metainfo.xml \
     ./usr/share/icons/hicolor/scalable/apps/com.zelna.Quorin.svg \
     ./usr/share/icons/hicolor/48x48/apps/com.zelna.Quorin.png \
-    ./usr/share/icons/hicolor/256x256/apps/com.zelna.Quorin.png; do
+    ./usr/share/icons/hicolor/256x256/apps/com.zelna.Quorin.png \
+    ./usr/lib/systemd/user/zelna-quorin-check.service ./usr/lib/systemd/user/zelna-quorin-check.timer; do
     grep -qx -- "$path" <<< "$contents" || { echo "FAIL: $path is not in the package"; exit 1; }
 done
 depends=$(dpkg-deb -f "$deb" Depends)
@@ -26,6 +27,13 @@ done
 
 if command -v desktop-file-validate >/dev/null; then
     desktop-file-validate "$source/packaging/com.zelna.Quorin.desktop"
+fi
+if command -v systemd-analyze >/dev/null; then # the units as installed, the program found where unpacked
+    dpkg-deb -x "$deb" "$work/root" && mkdir "$work/units"
+    for unit in "$work"/root/usr/lib/systemd/user/*; do
+        sed "s|^ExecStart=zelna-quorin|ExecStart=$work/root/usr/bin/zelna-quorin|" "$unit" >"$work/units/${unit##*/}"
+    done
+    systemd-analyze verify --man=no "$work"/units/*
 fi
 if command -v appstreamcli >/dev/null; then
     appstreamcli validate --no-net "$build/packaging/com.zelna.Quorin.metainfo.xml" >/dev/null
