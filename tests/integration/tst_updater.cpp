@@ -145,13 +145,11 @@ private Q_SLOTS:
         const QStringList schemes{u"http"_s, u"https"_s, u"file"_s, u"javascript"_s};
         for (const QString& scheme : schemes)
             QDesktopServices::setUrlHandler(scheme, this, "open");
-        const QStringList refused{u"file:///etc/passwd"_s, u"javascript:alert(1)"_s, u"/opt/q.deb"_s, u""_s};
-        for (const QString& address : refused)
-            QVERIFY2(!SUUpdateAlert::openDownloadPage(QUrl(address)), qPrintable(address));
-        QVERIFY(SUUpdateAlert::openDownloadPage(QUrl(u"http://example.com/q"_s)));
-        QVERIFY(SUUpdateAlert::openDownloadPage(QUrl(u"HTTPS://example.com/q"_s)));
+        for (const QString& address : {u"file:///etc/passwd"_s, u"javascript:alert(1)"_s, u"/opt/q.deb"_s,
+                                       u""_s, u"http://example.com/q"_s, u"HTTPS://example.com/q"_s})
+            QCOMPARE(SUUpdateAlert::openDownloadPage(QUrl(address)), address.contains(u"example"_s));
         QCOMPARE(m_calls, (QStringList{u"opened http://example.com/q"_s, u"opened https://example.com/q"_s}));
-        QCOMPARE(m_sink->lines().size(), refused.size());
+        QCOMPARE(m_sink->lines().size(), 4); // each refusal
         for (const QString& scheme : schemes)
             QDesktopServices::unsetUrlHandler(scheme);
     }
