@@ -102,7 +102,8 @@ void BM_RunningApplications(benchmark::State& state)
     static Fixture& fixture = sharedFixture();
     (void)fixture;
     for (auto _ : state)
-        benchmark::DoNotOptimize(Platform::workspace().runningApplications());
+        benchmark::DoNotOptimize(
+            Platform::workspace().runningApplications(ServiceEnableHandler::serviceBundleIdentifier));
 }
 BENCHMARK(BM_RunningApplications)->Unit(benchmark::kMillisecond);
 

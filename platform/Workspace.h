@@ -23,9 +23,7 @@ public:
 
     virtual ~Workspace() = default;
 
-    // The user's own running processes, in process-table order.
-    virtual QList<RunningApplication> runningApplications() = 0;
-    // The running applications with this identifier.
+    // The user's own running processes of the application with this identifier.
     virtual QList<RunningApplication> runningApplications(const QString& bundleIdentifier) = 0;
     // Brings the application to the front; answers whether that worked.
     virtual bool activate(const RunningApplication& application) = 0;

@@ -96,15 +96,23 @@ std::optional<QString> DesktopApplications::absoluteProgram(const QString& exec)
     return argv[0] ? findProgram(QString::fromUtf8(argv[0])) : std::nullopt;
 }
 
-std::optional<QString> DesktopApplications::resolvedExecutable(const QString& exec)
+std::optional<DesktopApplications::Command> DesktopApplications::command(const QString& exec)
 {
-    const auto program = absoluteProgram(exec);
-    if (!program)
+    gchar** argv = nullptr;
+    if (!g_shell_parse_argv(exec.toUtf8().constData(), nullptr, &argv, nullptr))
         return std::nullopt;
-    const QFileInfo canonical(QFileInfo(*program).canonicalFilePath());
+    const std::unique_ptr<gchar*, decltype(&g_strfreev)> args(argv, &g_strfreev);
+    const auto program = argv[0] ? findProgram(QString::fromUtf8(argv[0])) : std::nullopt;
+    const QFileInfo canonical(program ? QFileInfo(*program).canonicalFilePath() : QString());
     if (!canonical.isFile())
         return std::nullopt;
-    return canonical.filePath();
+    Command command{canonical.filePath(), {}};
+    for (gchar** arg = argv + 1; *arg; ++arg) {
+        QString argument = QString::fromUtf8(*arg);
+        if (argument.size() != 2 || argument[0] != u'%' || !argument[1].isLetter())
+            command.arguments << argument.replace(u"%%"_s, u"%"_s);
+    }
+    return command;
 }
 
 std::optional<QString> DesktopApplications::installedEntryPath(const QString& bundleIdentifier)
@@ -113,34 +121,23 @@ std::optional<QString> DesktopApplications::installedEntryPath(const QString& bu
     return found ? std::optional(found->first) : std::nullopt;
 }
 
-std::optional<QString> DesktopApplications::installedProgram(const QString& bundleIdentifier)
+std::optional<DesktopApplications::Command>
+DesktopApplications::installedCommand(const QString& bundleIdentifier)
 {
     const auto found = installedEntry(bundleIdentifier);
     return found ? std::optional(found->second) : std::nullopt;
 }
 
-std::optional<std::pair<QString, QString>>
+std::optional<std::pair<QString, DesktopApplications::Command>>
 DesktopApplications::installedEntry(const QString& bundleIdentifier)
 {
     // A hidden or broken entry masks the same ID in later folders.
     const auto path = DesktopEntryDirectories::find(bundleIdentifier + u".desktop"_s);
     const auto entry = path ? readEntry(*path) : std::nullopt;
-    const auto program = entry ? resolvedExecutable(entry->exec) : std::nullopt;
-    if (!program)
+    const auto found = entry ? command(entry->exec) : std::nullopt;
+    if (!found)
         return std::nullopt;
-    return std::pair(entry->path, *program);
-}
-
-QHash<QString, QString> DesktopApplications::identifiersByExecutable()
-{
-    QHash<QString, QString> index;
-    for (const auto& [desktopId, path] : DesktopEntryDirectories::all()) {
-        const auto entry = readEntry(path);
-        const auto exe = entry ? resolvedExecutable(entry->exec) : std::nullopt;
-        if (exe && !index.contains(*exe)) // the first identifier in ID order stays
-            index.insert(*exe, desktopId.chopped(8));
-    }
-    return index;
+    return std::pair(entry->path, *found);
 }
 
 std::variant<qint64, ZLError> DesktopApplications::launchEntryFile(const QString& entryPath)

@@ -2,8 +2,8 @@
 
 #include "ZLError.h"
 
-#include <QHash>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 #include <variant>
@@ -17,6 +17,12 @@ public:
         QString path;
         QString exec;
     };
+    // What an Exec line runs: the program with every symbolic link resolved, as /proc
+    // shows it, and the arguments without field codes (which name files to open).
+    struct Command {
+        QString program;
+        QStringList arguments;
+    };
 
     // An application entry that can run: Type=Application, not Hidden, with Exec
     // and any TryExec present.
@@ -24,23 +30,19 @@ public:
 
     // The entry's file for identifier X (X.desktop), when its program resolves to an executable.
     static std::optional<QString> installedEntryPath(const QString& bundleIdentifier);
-    // That program, with every symbolic link resolved, as /proc shows it.
-    static std::optional<QString> installedProgram(const QString& bundleIdentifier);
-
-    // Canonical executable path -> identifier, over every visible entry.
-    // When several entries name the same program the first identifier in sort order wins.
-    static QHash<QString, QString> identifiersByExecutable();
+    // What that entry runs.
+    static std::optional<Command> installedCommand(const QString& bundleIdentifier);
 
     // The absolute program an Exec line names, found on PATH now.
     static std::optional<QString> absoluteProgram(const QString& exec);
-    // The same program with every symbolic link resolved, as /proc shows it.
-    static std::optional<QString> resolvedExecutable(const QString& exec);
+    // The command of an Exec line, its program found on PATH now.
+    static std::optional<Command> command(const QString& exec);
 
     // Starts an entry detached: own session, standard streams on /dev/null.
     static std::variant<qint64, ZLError> launchEntryFile(const QString& entryPath);
     static std::variant<qint64, ZLError> launchIdentifier(const QString& bundleIdentifier);
 
 private:
-    // The entry's file and its resolved program.
-    static std::optional<std::pair<QString, QString>> installedEntry(const QString& bundleIdentifier);
+    // The entry's file and its command.
+    static std::optional<std::pair<QString, Command>> installedEntry(const QString& bundleIdentifier);
 };

@@ -6,39 +6,31 @@
 #include <QDesktopServices>
 #include <QThreadPool>
 
+using namespace Qt::Literals::StringLiterals;
+
 LinuxWorkspace::LinuxWorkspace(std::shared_ptr<const ProcFs> procFs, uid_t uid)
     : m_procFs(procFs ? std::move(procFs) : std::make_shared<const ProcFs>())
     , m_uid(uid)
 { }
 
-QList<RunningApplication> LinuxWorkspace::runningApplications()
-{
-    const QHash<QString, QString> identifiers = DesktopApplications::identifiersByExecutable();
-    QList<RunningApplication> result;
-    for (const ProcFs::Process& process : m_procFs->processes()) {
-        if (process.uid != m_uid)
-            continue; // other users' processes are never ours to list or end
-        RunningApplication application;
-        application.pid = process.pid;
-        application.executable = process.executable;
-        const auto found = identifiers.constFind(process.executable);
-        if (!process.executable.isEmpty() && found != identifiers.cend())
-            application.bundleIdentifier = *found;
-        result.append(std::move(application));
-    }
-    return result;
-}
-
 QList<RunningApplication> LinuxWorkspace::runningApplications(const QString& bundleIdentifier)
 {
-    // Only the installed entry's own program runs as that application: no other
-    // entry is read, and no other entry naming the same program can hide it.
-    const auto program = DesktopApplications::installedProgram(bundleIdentifier);
-    if (!program)
+    // A process runs the application when its command line begins with the entry's
+    // command: the same program file (still by its path when the file was replaced
+    // since it started), then the entry's arguments in order. An interpreter runs
+    // many programs; its arguments say which. Only this entry is read, so no other
+    // entry naming the same program can hide it.
+    const auto command = DesktopApplications::installedCommand(bundleIdentifier);
+    if (!command)
         return {};
+    const QString replaced = command->program + u" (deleted)"_s;
     QList<RunningApplication> matching;
     for (const ProcFs::Process& process : m_procFs->processes()) {
-        if (process.uid == m_uid && process.executable == *program)
+        if (process.uid != m_uid
+            || (process.executable != command->program && process.executable != replaced))
+            continue;
+        const auto arguments = m_procFs->arguments(process.pid);
+        if (arguments && arguments->mid(1, command->arguments.size()) == command->arguments)
             matching.append({process.pid, bundleIdentifier, process.executable});
     }
     return matching;

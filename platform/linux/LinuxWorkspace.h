@@ -15,7 +15,6 @@ class LinuxWorkspace : public Workspace {
 public:
     explicit LinuxWorkspace(std::shared_ptr<const ProcFs> procFs = nullptr, uid_t uid = getuid());
 
-    QList<RunningApplication> runningApplications() override;
     QList<RunningApplication> runningApplications(const QString& bundleIdentifier) override;
     bool activate(const RunningApplication& application) override;
     bool forceTerminate(const RunningApplication& application) override;

@@ -1,5 +1,7 @@
 #include "ProcFs.h"
 
+#include <QFile>
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -13,6 +15,8 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -86,6 +90,21 @@ std::optional<ProcFs::Process> ProcFs::process(qint64 pid) const
         return std::nullopt;
     const std::string name = std::to_string(pid);
     return readProcess(proc.fd, name.c_str());
+}
+
+std::optional<QStringList> ProcFs::arguments(qint64 pid) const
+{
+    constexpr qint64 maxBytes = 256 * 1024;
+    QFile file(u"/proc/%1/cmdline"_s.arg(pid));
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return std::nullopt;
+    const QByteArray bytes = file.read(maxBytes);
+    if (bytes.isEmpty())
+        return std::nullopt;
+    QStringList arguments;
+    for (const QByteArray& argument : bytes.chopped(bytes.endsWith('\0') ? 1 : 0).split('\0'))
+        arguments << QString::fromLocal8Bit(argument);
+    return arguments;
 }
 
 bool ProcFs::kill(qint64 pid, const QString& expectedExecutable, uid_t expectedUid) const

@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -22,6 +23,8 @@ public:
     virtual QList<Process> processes() const;
     // The current state of one process, if it still exists.
     virtual std::optional<Process> process(qint64 pid) const;
+    // Its command line (at most 256 KiB of it); nothing when it cannot be read or is empty.
+    virtual std::optional<QStringList> arguments(qint64 pid) const;
     // SIGKILL to the process, through a pidfd so a recycled pid is never hit.
     virtual bool kill(qint64 pid, const QString& expectedExecutable, uid_t expectedUid) const;
 };

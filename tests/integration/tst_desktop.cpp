@@ -12,6 +12,7 @@
 using namespace Qt::Literals::StringLiterals;
 
 static const QString service = u"com.zelna.Quorin.Service"_s;
+static const QString usualExec = u"quorin-service --background %U"_s;
 
 // The Linux adapters, and whole service passes on them, in a temporary home with stand-in programs.
 class TestDesktop : public QObject {
@@ -23,12 +24,12 @@ class TestDesktop : public QObject {
     QString m_autostart = m_home.autostartDir() + u'/' + service + u".desktop"_s;
 
     QStringList journal() const { return TempHome::readFile(m_journal).split(u'\n', Qt::SkipEmptyParts); }
-    QProcess* startService(bool asNobody = false)
+    QProcess* startService(const QStringList& arguments, bool asNobody = false)
     {
         auto* process = new QProcess(this);
         if (asNobody)
             TempHome::runAsNobody(*process);
-        process->start(m_service, {});
+        process->start(m_service, arguments);
         return process;
     }
     bool validEntry() const { return QProcess::execute(u"desktop-file-validate"_s, {m_autostart}) == 0; }
@@ -47,8 +48,7 @@ private Q_SLOTS:
         QVERIFY(TempHome::letOthersThrough(m_home.path()) && TempHome::letOthersThrough(bin)
                 && QFile::setPermissions(m_service,
                                          QFile::permissions(m_service) | QFile::ReadOther | QFile::ExeOther));
-        // Found on PATH by its bare name, as installed services usually are.
-        m_home.installApplication(service, u"quorin-service --background %U"_s);
+        m_home.installApplication(service, usualExec);
     }
     void cleanup()
     {
@@ -90,8 +90,11 @@ private Q_SLOTS:
 
     void pass_data()
     {
-        // The stored flag, this user's instances running and one of nobody's (as root), the service
-        // entry's Exec if not the usual one; what the pass did, in order.
+        // The stored flag, then processes of the service's program: this user's started as the
+        // usual entry says ("mine", or with "extra" arguments), with the "script" arguments, with
+        // none ("stranger"), one of nobody's (as root); the program file "replaced" while they
+        // run, a "twin" entry naming it too. The service entry's Exec if not the usual one (found
+        // on PATH by its bare name, as installed services usually are). What the pass did, in order.
         QTest::addColumn<QString>("platform");
         QTest::addColumn<QString>("exec");
         QTest::addColumn<QString>("outcome");
@@ -103,22 +106,39 @@ private Q_SLOTS:
         QTest::newRow("missing program") << u"1"_s << u"/nonexistent/quorin-service"_s << u"-e use"_s;
         QTest::newRow("hidden entry") << u"1"_s << u"quorin-service\nHidden=true"_s << u"-e use"_s;
         QTest::newRow("exits at once") << u"1"_s << u"true"_s << u"-e use login"_s;
+        // Only the command line tells an interpreter's script from the user's other uses of it.
+        QTest::newRow("interpreter") << u"0 script stranger"_s << u"quorin-service -c \"serve %%1\" %U"_s
+                                     << u"-e ignore killed 9 running"_s;
+        QTest::newRow("replaced, more arguments")
+            << u"0 extra replaced"_s << QString() << u"-e ignore killed 9"_s;
+        QTest::newRow("second entry") << u"1 mine twin"_s << QString() << u"-e use running login"_s;
     }
     void pass()
     {
         QFETCH(QString, platform);
         QFETCH(QString, exec);
         QFETCH(QString, outcome);
-        if (!exec.isEmpty())
-            m_home.installApplication(service, exec);
+        m_home.installApplication(service, exec.isEmpty() ? usualExec : exec);
+        if (platform.contains(u"twin"_s))
+            m_home.installApplication(u"a.Twin"_s, u"quorin-service --background"_s);
         ServiceEnableHandler::updateUserDefaults(platform.startsWith(u'1'));
         QVERIFY(TempHome::writeFile(m_autostart, "[Desktop Entry]\nExec=x\n")); // invalid, until rewritten
         QFile::remove(m_journal);
         QList<QProcess*> instances;
-        for (int i = platform.count(u"mine"_s); i > 0; --i)
-            instances << startService();
+        const QHash<QString, QStringList> arguments{{u"mine"_s, {u"--background"_s}},
+                                                    {u"extra"_s, {u"--background"_s, u"-v"_s}},
+                                                    {u"script"_s, {u"-c"_s, u"serve %1"_s}},
+                                                    {u"stranger"_s, {}}};
+        for (const QString& word : platform.split(u' '))
+            if (arguments.contains(word))
+                instances << startService(arguments[word]);
         QTRY_COMPARE(journal().size(), instances.size()); // each noted its start
-        QProcess* other = platform.contains(u"theirs"_s) && geteuid() == 0 ? startService(true) : nullptr;
+        if (platform.contains(u"replaced"_s))             // as an upgrade does: a new file in its place
+            QVERIFY(QFile::copy(m_service, m_service + u".new"_s)
+                    && ::rename(qPrintable(m_service + u".new"_s), qPrintable(m_service)) == 0);
+        QProcess* other = platform.contains(u"theirs"_s) && geteuid() == 0
+                              ? startService({u"--background"_s}, true)
+                              : nullptr;
         QVERIFY(!other || other->waitForStarted());
         std::atomic<bool> completed = false;
         ServiceEnableHandler::handleEnabled([&completed] { completed = true; });

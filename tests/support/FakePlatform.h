@@ -34,7 +34,6 @@ public:
     void deliverOpen();
 
     std::unique_ptr<DefaultsSuite> open(const QString& suiteName) override;
-    QList<RunningApplication> runningApplications() override { return note(u"list"_qs, running); }
     QList<RunningApplication> runningApplications(const QString& bundleIdentifier) override;
     bool activate(const RunningApplication& app) override { return note(u"activate %1"_qs.arg(app.pid)); }
     bool forceTerminate(const RunningApplication& app) override { return note(u"kill %1"_qs.arg(app.pid)); }
