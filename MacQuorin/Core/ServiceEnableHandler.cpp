@@ -52,9 +52,12 @@ std::optional<bool> ServiceEnableHandler::userDefaultsHandler(std::optional<bool
         updateUserDefaults(*enabled);
         return std::nullopt;
     }
-    const QVariant stored = suite->value(enabledKey);
-    if (stored.typeId() == QMetaType::QString)
-        return stored.toString() == u"1"_s;
+    // Unreadable is not absent: the user's choice is unknown, so nothing is changed.
+    const std::optional<QVariant> stored = suite->readValue(enabledKey);
+    if (!stored)
+        return std::nullopt;
+    if (stored->typeId() == QMetaType::QString)
+        return stored->toString() == u"1"_s;
     updateUserDefaults(true);
     return true;
 }

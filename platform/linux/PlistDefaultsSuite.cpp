@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -95,11 +96,19 @@ PlistDefaultsSuite::PlistDefaultsSuite(QString filePath) : m_filePath(std::move(
 
 PlistDefaultsSuite::State PlistDefaultsSuite::load(std::optional<PlistDocument>& document) const
 {
-    QFile file(m_filePath);
-    if (!file.open(QIODevice::ReadOnly)) {
-        if (!file.exists())
-            return State::Missing;
-        SystemLog::logText(u"Cannot read defaults file "_s + m_filePath + u": "_s + file.errorString());
+    // Non-blocking: a pipe in the file's place must not hang the launcher.
+    const int fd = ::open(QFile::encodeName(m_filePath).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0 && errno == ENOENT)
+        return State::Missing;
+    struct stat info { };
+    QFile file;
+    if (fd < 0 || ::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)
+        || !file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+        const QString reason
+            = fd < 0 ? QString::fromLocal8Bit(std::strerror(errno)) : u"not a regular file"_s;
+        if (fd >= 0 && !file.isOpen())
+            ::close(fd);
+        SystemLog::logText(u"Cannot read defaults file "_s + m_filePath + u": "_s + reason);
         return State::Unreadable;
     }
     if (file.size() > maxFileSize) {
@@ -129,7 +138,7 @@ void PlistDefaultsSuite::moveAside() const
                        + u" is not a readable property list and could not be moved aside"_s);
 }
 
-QVariant PlistDefaultsSuite::value(const QString& key)
+std::optional<QVariant> PlistDefaultsSuite::readValue(const QString& key)
 {
     std::optional<PlistDocument> document;
     switch (load(document)) {
@@ -144,10 +153,11 @@ QVariant PlistDefaultsSuite::value(const QString& key)
         return document ? document->value(key) : QVariant();
     }
     case State::Missing:
+        return QVariant();
     case State::Unreadable:
         break;
     }
-    return {};
+    return std::nullopt;
 }
 
 bool PlistDefaultsSuite::setValue(const QString& key, const QVariant& value)

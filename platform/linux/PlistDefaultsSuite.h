@@ -13,7 +13,7 @@ class PlistDefaultsSuite : public DefaultsSuite {
 public:
     explicit PlistDefaultsSuite(QString filePath);
 
-    QVariant value(const QString& key) override;
+    std::optional<QVariant> readValue(const QString& key) override;
     bool setValue(const QString& key, const QVariant& value) override;
 
     const QString& filePath() const { return m_filePath; }

@@ -12,7 +12,12 @@ namespace {
 class FakeSuite : public DefaultsSuite {
 public:
     explicit FakeSuite(FakePlatform& owner) : m_owner(owner) { }
-    QVariant value(const QString& key) override { return m_owner.defaults.value(key); }
+    // A null pointer stands for a suite that cannot be read.
+    std::optional<QVariant> readValue(const QString& key) override
+    {
+        const QVariant stored = m_owner.defaults.value(key);
+        return stored.typeId() == QMetaType::Nullptr ? std::nullopt : std::optional(stored);
+    }
     bool setValue(const QString& key, const QVariant& value) override
     {
         m_owner.defaults.insert(key, value);
