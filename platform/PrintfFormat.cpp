@@ -209,7 +209,7 @@ QByteArray PrintfFormat::render(const QByteArray& format, const QList<Argument>&
     const Parser parser(format);
     Renderer renderer(args);
     qsizetype i = 0;
-    while (i < format.size()) {
+    while (i < format.size() && out.size() < maxLineBytes) { // past it, the rest would be cut anyway
         const qsizetype percent = format.indexOf('%', i);
         if (percent < 0) {
             out.append(format.constData() + i, format.size() - i);
@@ -223,5 +223,16 @@ QByteArray PrintfFormat::render(const QByteArray& format, const QList<Argument>&
             out.append(format.constData() + percent, d.end - percent); // kept as written
         i = d.end;
     }
-    return out;
+    return fitLine(std::move(out));
+}
+
+QByteArray PrintfFormat::fitLine(QByteArray line)
+{
+    if (line.size() <= maxLineBytes)
+        return line;
+    qsizetype end = maxLineBytes;
+    while (end > 0 && (uchar(line[end]) & 0xC0) == 0x80) // not inside a UTF-8 sequence
+        --end;
+    line.truncate(end);
+    return line;
 }

@@ -8,7 +8,8 @@
 // printf-style rendering that never reads an argument it was not given.
 // Each directive takes the next argument; a missing one counts as nil or zero,
 // the way the system prints a zero argument. Text arguments feed "%@" and "%s";
-// numeric directives always print zero. "%n" writes nothing anywhere.
+// numeric directives always print zero. "%n" writes nothing anywhere. A line
+// is at most maxLineBytes long.
 class PrintfFormat {
 public:
     using Argument = std::optional<QByteArray>;
@@ -17,4 +18,7 @@ public:
 
     // Widths and precisions are capped so hostile text cannot make huge lines.
     static constexpr int maxFieldWidth = 1024;
+    // A rendered line is cut to this many bytes (whole UTF-8 sequences only).
+    static constexpr qsizetype maxLineBytes = 4096;
+    static QByteArray fitLine(QByteArray line);
 };

@@ -11,5 +11,5 @@ void SystemLog::log(const QString& format)
 
 void SystemLog::logText(const QString& text)
 {
-    Platform::logSink().write(text.toUtf8());
+    Platform::logSink().write(PrintfFormat::fitLine(text.toUtf8()));
 }

@@ -122,6 +122,9 @@ private Q_SLOTS:
         QCOMPARE(PrintfFormat::render("%999999999999d|%.99999999f|%99999999999s"),
                  QByteArray(max - 1, ' ') + "0|0." + QByteArray(max, '0') + '|' + QByteArray(max - 6, ' ')
                      + "(null)");
+        // Lines end at 4 KiB, never inside a UTF-8 sequence, however many directives follow.
+        QCOMPARE(PrintfFormat::render(QByteArray(4095, 'a') + "\xc3\xa9%d"), QByteArray(4095, 'a'));
+        QCOMPARE(PrintfFormat::render(QByteArray("%999d").repeated(1 << 16)).size(), 4096);
     }
 
     // A new stream to the same file keeps what is there; of its events, only an error is logged.
