@@ -96,7 +96,9 @@ std::optional<SUAppcast> SUAppcast::parse(const QByteArray& bytes, QString* erro
                 continue;
             }
             const ParsedItem parsed = readItem(xml);
-            if (!parsed.item.versionString.isEmpty()) {
+            if (parsed.item.versionString.size() > maxVersionLength) {
+                ++appcast.m_overlongVersions;
+            } else if (!parsed.item.versionString.isEmpty()) {
                 appcast.m_items.append(parsed.item);
                 appcast.m_onChannel.append(!parsed.namedChannel);
             }

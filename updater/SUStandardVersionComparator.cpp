@@ -59,12 +59,19 @@ qsizetype leadingNumbersAndPeriods(const QStringList& parts)
 // Pads the shorter leading run with ".0" so that "1.0" and "1.0.0" line up.
 void balance(QStringList& a, const QStringList& b)
 {
-    qsizetype count = leadingNumbersAndPeriods(a);
+    const qsizetype leading = leadingNumbersAndPeriods(a);
     const qsizetype target = leadingNumbersAndPeriods(b);
-    while (count < target) {
-        const bool endsInPeriod = count > 0 && a[count - 1] == QStringLiteral(".");
-        a.insert(count++, endsInPeriod ? QStringLiteral("0") : QStringLiteral("."));
+    if (leading >= target)
+        return;
+    // Built anew: inserting one part at a time in the middle costs the square of the length.
+    QStringList padded = a.first(leading);
+    padded.reserve(a.size() + target - leading);
+    for (qsizetype count = leading; count < target; ++count) {
+        const bool endsInPeriod = count > 0 && padded[count - 1] == QStringLiteral(".");
+        padded << (endsInPeriod ? QStringLiteral("0") : QStringLiteral("."));
     }
+    padded += a.mid(leading);
+    a = std::move(padded);
 }
 
 qint64 numberValue(const QString& digits)

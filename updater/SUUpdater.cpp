@@ -221,6 +221,9 @@ void SUUpdater::handleFeed(const QByteArray& bytes)
         fail(u"the update feed "_s + feedURL().toString() + u" cannot be read: "_s + error);
         return;
     }
+    if (const qsizetype ignored = appcast->overlongVersions())
+        log(QString::number(ignored) + u" item(s) of the update feed ignored: their version is longer than "_s
+            + QString::number(SUAppcast::maxVersionLength) + u" characters"_s);
     const std::optional<SUAppcastItem> best = appcast->bestItem(thisSystem);
     if (!best
         || SUStandardVersionComparator::compareVersions(best->versionString, m_host.bundleVersion) <= 0) {

@@ -193,8 +193,10 @@ private Q_SLOTS:
             "<link>https://example.com/2</link><enclosure url=\"x\" s:version=\"199\" s:os=\"macos\"/></item>"
             "<item><enclosure url=\"https://example.com/1\" s:version=\"100\" s:shortVersionString=\"1.0\" "
             "s:os=\"macos\"/></item><item><s:version> </s:version><enclosure url=\"x\"/></item>"
-            "<item><s:version>4.0</s:version><s:channel>beta</s:channel></item>"
-            "<item><s:version>1.10</s:version></item></channel></rss>");
+            "<item><s:version>4.0</s:version><s:channel>beta</s:channel></item><item><s:version>"
+            + QByteArray(SUAppcast::maxVersionLength + 1, '9')
+            + "</s:version></item>"
+              "<item><s:version>1.10</s:version></item></channel></rss>");
         QStringList items;
         for (const SUAppcastItem& i : appcast->items())
             items << u"%1 %2 %3 %4"_s.arg(i.versionString, i.displayVersionString, i.os,
@@ -204,6 +206,7 @@ private Q_SLOTS:
                               u"100 1.0 macos https://example.com/1"_s, u"4.0 4.0  "_s, u"1.10 1.10  "_s}));
         QCOMPARE(appcast->bestItem(u"linux"_s)->versionString, u"200"_s);
         QCOMPARE(appcast->bestItem(u"windows"_s)->versionString, u"1.10"_s);
+        QCOMPARE(appcast->overlongVersions(), 1);
     }
 };
 
