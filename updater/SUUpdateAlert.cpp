@@ -8,13 +8,14 @@
 #include <QLabel>
 #include <QLoggingCategory>
 #include <QPushButton>
+#include <QTextBrowser>
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
 
 Q_LOGGING_CATEGORY(lcUpdater, "zelna.updater", QtWarningMsg)
 
-QVariant SUReleaseNotesView::loadResource(int, const QUrl&)
+QVariant SUReleaseNotesDocument::loadResource(int, const QUrl&)
 {
     return {};
 }
@@ -39,10 +40,11 @@ SUUpdateAlert::SUUpdateAlert(const QString& applicationName, const SUAppcastItem
     info->setTextFormat(Qt::PlainText);
 
     auto* notesTitle = new QLabel(tr("Release Notes:"));
-    auto* notes = new SUReleaseNotesView;
-    notes->setOpenLinks(false);
-    notes->setOpenExternalLinks(false);
-    notes->setHtml(item.itemDescription);
+    auto* notes = new QTextBrowser;
+    notes->setDocument(new SUReleaseNotesDocument(notes));
+    notes->setOpenLinks(false); // followed only as Download is: web pages, in the browser
+    connect(notes, &QTextBrowser::anchorClicked, this, [](const QUrl& link) { openDownloadPage(link); });
+    notes->setHtml(item.itemDescription.left(maxNotesLength));
     notes->setAccessibleName(tr("Release notes"));
     notesTitle->setBuddy(notes);
 

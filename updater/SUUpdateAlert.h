@@ -3,7 +3,7 @@
 #include "SUAppcastItem.h"
 #include "SUUserDriver.h"
 
-#include <QTextBrowser>
+#include <QTextDocument>
 #include <QWidget>
 
 #include <functional>
@@ -18,6 +18,9 @@ public:
 
     const SUAppcastItem& item() const { return m_item; }
 
+    // Release notes beyond this many characters are not shown.
+    static constexpr qsizetype maxNotesLength = 64 * 1024;
+
     // Only web pages are opened; any other scheme is refused and logged.
     static bool openDownloadPage(const QUrl& page);
 
@@ -31,10 +34,11 @@ private:
     std::function<void(SUUserDriver::Choice)> m_reply;
 };
 
-// Release notes as plain rich text: nothing is fetched, no link is followed.
-class SUReleaseNotesView : public QTextBrowser {
+// Release notes as rich text that loads nothing: no file, no network, no data URL
+// (an image of a pipe or of /dev/zero would hang the window or fill memory).
+class SUReleaseNotesDocument : public QTextDocument {
     Q_OBJECT
 public:
-    using QTextBrowser::QTextBrowser;
+    using QTextDocument::QTextDocument;
     QVariant loadResource(int type, const QUrl& name) override;
 };

@@ -11,9 +11,11 @@
 #include "WindowController.h"
 #include "ZLButton.h"
 
+#include <QDesktopServices>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
 #include <QTest>
+#include <QTextBrowser>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -39,6 +41,8 @@ class TestGui : public QObject {
     std::unique_ptr<TempHome> m_home;
     std::unique_ptr<FakePlatform> m_fake;
     std::unique_ptr<WindowController> m_window;
+    QStringList m_opened; // addresses given to the desktop
+    Q_INVOKABLE void opened(const QUrl& url) { m_opened << url.toString(); }
 
     ViewController& open()
     {
@@ -154,6 +158,8 @@ private Q_SLOTS:
         for (const QString& version : {u"2.0"_s, u"2.0"_s, u"3.0"_s, u"2.5"_s}) {
             SUAppcastItem item;
             item.versionString = version;
+            item.itemDescription
+                = u"<a href='file:///etc'>notes</a><img src='data:image/png;base64,iVBORw0KGgo='>"_s;
             driver.showUpdateFound(item, u"1.0"_s, [&replies, version](auto choice) {
                 replies << version + u' ' + QString::number(int(choice));
             });
@@ -161,6 +167,18 @@ private Q_SLOTS:
         QTRY_COMPARE(QApplication::topLevelWidgets().count(), 1); // the ones replaced are gone
         auto* alert = qobject_cast<SUUpdateAlert*>(QApplication::topLevelWidgets().constFirst());
         QVERIFY(alert && alert->isVisible() && alert->item().versionString == u"3.0"_s);
+        // Release notes load nothing, and their links go where Download's may: web pages only.
+        auto* notes = alert->findChild<QTextBrowser*>();
+        QVERIFY(notes->document()
+                    ->resource(QTextDocument::ImageResource,
+                               QUrl::fromLocalFile(QCoreApplication::applicationFilePath()))
+                    .isNull());
+        QVERIFY(notes->document()->resource(QTextDocument::ImageResource, QUrl(u"data:,x"_s)).isNull());
+        for (const QString& scheme : {u"file"_s, u"https"_s})
+            QDesktopServices::setUrlHandler(scheme, this, "opened");
+        Q_EMIT notes->anchorClicked(QUrl(u"file:///etc"_s));
+        Q_EMIT notes->anchorClicked(QUrl(u"https://example.com"_s));
+        QCOMPARE(m_opened, QStringList{u"https://example.com"_s});
         alert->close();
         const QString later = QString::number(int(SUUserDriver::Choice::RemindLater));
         QCOMPARE(replies, QStringList({u"2.0 "_s + later, u"2.0 "_s + later, u"3.0 "_s + later}));
