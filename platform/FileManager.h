@@ -41,7 +41,7 @@ public:
     // The whole of a regular file of at most maxContentsSize bytes; anything else is an error.
     virtual std::variant<QByteArray, ZLError> contents(const QString& path) = 0;
     static constexpr qint64 maxContentsSize = 16 * 1024 * 1024;
-    // A plain write: created or truncated, then written; not atomic. A write
+    // A plain write: created or truncated, then written; not atomic. Never through a link. A write
     // that fails part-way removes the file.
     virtual std::optional<ZLError> write(const QString& path, const QByteArray& bytes) = 0;
 

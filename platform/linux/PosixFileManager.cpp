@@ -135,7 +135,8 @@ std::variant<QByteArray, ZLError> PosixFileManager::contents(const QString& path
 std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteArray& bytes)
 {
     const QByteArray name = encoded(path);
-    Descriptor file{::open(name.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)};
+    // A link planted at the name (the folder may be writable by others) is not followed.
+    Descriptor file{::open(name.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666)};
     if (file.fd < 0)
         return ZLError::fromErrno(errno, path);
     // A write that fails part-way (a full disk) leaves no file rather than a cut one.

@@ -92,6 +92,10 @@ private Q_SLOTS:
         QCOMPARE(manager.previewStateEnabled(), std::optional(false));
         QCOMPARE(::dup(input), STDIN_FILENO); // standard input back where it was
         QCOMPARE(unlike({u"\"Error writing previewState value\". <Service>, ZLFileManag ("_s}), QString());
+        // A link planted at its name is never followed, here to a file not there yet.
+        QVERIFY(QFile::remove(commFile()) && QFile::link(path(u"planted"_s), commFile()));
+        manager.setPreviewStateEnabled(true);
+        QVERIFY(!QFileInfo::exists(path(u"planted"_s)));
 
         // No Application Support at all: logged once, reads say so.
         m_sink->clear();
