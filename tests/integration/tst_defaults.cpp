@@ -56,13 +56,13 @@ private Q_SLOTS:
             file());
         auto suite = m_store.open(suiteName);
         QVERIFY(suite->setValue(u"QREnabled"_s, u"1"_s) && suite->setValue(u"n"_s, qint64(1))
-                && suite->setValue(u"b"_s, true)
+                && suite->setValue(u"b"_s, true) && suite->setValue(u"l"_s, QVariantList{qint64(1), u"a"_s})
                 && suite->setValue(u"d"_s, QDateTime(QDate(2025, 1, 2), QTime(3, 4, 5), Qt::UTC)));
         QCOMPARE(
             python(u"print(sorted(plistlib.load(open(f,'rb')).items()))"_s),
             u"[('Blob', b'\\x00'), ('Count', -7), ('List', [1, 'a']), ('Nested', {'k': 'v'}), ('On', True), "
             u"('QREnabled', '1'), ('Ratio', 2.5), ('When', datetime.datetime(2025, 1, 2, 3, 4, 5)), "
-            u"('b', True), ('d', datetime.datetime(2025, 1, 2, 3, 4, 5)), ('n', 1)]"_s);
+            u"('b', True), ('d', datetime.datetime(2025, 1, 2, 3, 4, 5)), ('l', [1, 'a']), ('n', 1)]"_s);
         QCOMPARE(QList({suite->value(u"n"_s).typeId(), suite->value(u"b"_s).typeId()}),
                  QList({int(QMetaType::LongLong), int(QMetaType::Bool)}));
         QVERIFY(!QFile::exists(file() + u".lock"_s));
