@@ -29,9 +29,9 @@ if command -v desktop-file-validate >/dev/null; then
     desktop-file-validate "$source/packaging/com.zelna.Quorin.desktop"
 fi
 if command -v systemd-analyze >/dev/null; then # the units as installed, the program found where unpacked
-    dpkg-deb -x "$deb" "$work/root" && mkdir "$work/units"
-    for unit in "$work"/root/usr/lib/systemd/user/*; do
-        sed "s|^ExecStart=zelna-quorin|ExecStart=$work/root/usr/bin/zelna-quorin|" "$unit" >"$work/units/${unit##*/}"
+    dpkg-deb -x "$deb" "$work/unpacked" && mkdir "$work/units"
+    for unit in "$work"/unpacked/usr/lib/systemd/user/*; do
+        sed "s|^ExecStart=zelna-quorin|ExecStart=$work/unpacked/usr/bin/zelna-quorin|" "$unit" >"$work/units/${unit##*/}"
     done
     systemd-analyze verify --man=no "$work"/units/*
 fi
