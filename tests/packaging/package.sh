@@ -8,7 +8,9 @@ build=$1 source=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-command -v dpkg-deb >/dev/null || { echo "SKIP: dpkg-deb is not installed"; exit 77; }
+for tool in dpkg-deb lintian; do
+    command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
+done
 cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >/dev/null
 deb=$(ls "$work"/out/zelna-quorin_*.deb)
 contents=$(dpkg-deb -c "$deb" | awk '{ print $6 }')
@@ -17,7 +19,8 @@ for path in ./usr/bin/zelna-quorin ./usr/share/zelna-quorin/Info.plist ./usr/sha
     ./usr/share/icons/hicolor/scalable/apps/com.zelna.Quorin.svg \
     ./usr/share/icons/hicolor/48x48/apps/com.zelna.Quorin.png \
     ./usr/share/icons/hicolor/256x256/apps/com.zelna.Quorin.png \
-    ./usr/lib/systemd/user/zelna-quorin-check.service ./usr/lib/systemd/user/zelna-quorin-check.timer; do
+    ./usr/lib/systemd/user/zelna-quorin-check.service ./usr/lib/systemd/user/zelna-quorin-check.timer \
+    ./usr/share/man/man1/zelna-quorin.1.gz ./usr/share/doc/zelna-quorin/copyright; do
     grep -qx -- "$path" <<< "$contents" || { echo "FAIL: $path is not in the package"; exit 1; }
 done
 depends=$(dpkg-deb -f "$deb" Depends)
@@ -39,4 +42,7 @@ if command -v appstreamcli >/dev/null; then
     appstreamcli validate --no-net "$build/packaging/com.zelna.Quorin.metainfo.xml" >/dev/null
 fi
 
-echo "PASS: package layout, dependencies and metadata"
+# Debian's own checks: any error or warning fails.
+lintian --fail-on error,warning "$deb" 2> >(grep -v 'root privileges' >&2)
+
+echo "PASS: package layout, dependencies, metadata and lintian"
