@@ -46,6 +46,10 @@ QByteArray checkedToken(const QByteArray& token)
     return printable ? token : QByteArray();
 }
 
+// Read before start-up goes on: Qt's X11 plug-in takes the startup id out of the
+// environment when the application object is made.
+const QByteArray startToken = checkedToken(activationToken());
+
 bool fromSameUser(const QLocalSocket& socket)
 {
     ucred credentials{};
@@ -120,7 +124,10 @@ InstanceChannel::Role LocalSocketInstanceChannel::join(bool handOver,
             return Role::Alone;
         }
     }
-    return listen(*path, std::move(onReopen)) ? Role::Listening : Role::Alone;
+    if (listen(*path, std::move(onReopen)))
+        return Role::Listening;
+    m_lock.reset(); // held without listening, it would make every later start wait for nothing
+    return Role::Alone;
 }
 
 bool LocalSocketInstanceChannel::forwardReopen(const QString& path) const
@@ -134,8 +141,7 @@ bool LocalSocketInstanceChannel::forwardReopen(const QString& path) const
                            + u" belongs to another user; not handing over"_s);
         return false;
     }
-    const QByteArray token = checkedToken(activationToken());
-    socket.write(request + (token.isEmpty() ? QByteArray() : ' ' + token) + '\n');
+    socket.write(request + (startToken.isEmpty() ? QByteArray() : ' ' + startToken) + '\n');
     if (!socket.waitForBytesWritten(timeoutMs))
         return false;
     while (socket.bytesAvailable() < answer.size() && socket.waitForReadyRead(timeoutMs)) { }

@@ -35,7 +35,7 @@ bool readFrame(int fd, const QByteArray& path, Frame& frame,
                const std::function<void(const ZLError&)>& onEntryError)
 {
     struct stat self { };
-    const int listFd = ::dup(fd);
+    const int listFd = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
     DIR* dir = listFd >= 0 && ::fstat(fd, &self) == 0 ? ::fdopendir(listFd) : nullptr;
     if (!dir) {
         if (listFd >= 0)
@@ -71,6 +71,8 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
     QByteArray path = root.endsWith('/') && root.size() > 1 ? root.chopped(1) : root;
     // The chosen folder itself may be reached through links; nothing beneath it is.
     int fd = ::open(path.constData(), folderFlags & ~O_NOFOLLOW);
+    if (path == "/")
+        path.clear(); // "/bin", not "//bin", which a URL would read as a host
     std::vector<Frame> stack(1);
     if (fd < 0 || !readFrame(fd, path, stack.back(), onEntryError)) {
         if (fd >= 0)
