@@ -116,7 +116,7 @@ InstanceChannel::Role LocalSocketInstanceChannel::join(bool handOver,
         }
         if (!handOver)
             return Role::Alone;
-        if (forwardReopen(*path))
+        if (forwardReopen(*path, deadline))
             return Role::HandedOver;
         if (deadline.hasExpired()) {
             SystemLog::logText(u"The running launcher does not answer at "_s + *path
@@ -130,7 +130,7 @@ InstanceChannel::Role LocalSocketInstanceChannel::join(bool handOver,
     return Role::Alone;
 }
 
-bool LocalSocketInstanceChannel::forwardReopen(const QString& path) const
+bool LocalSocketInstanceChannel::forwardReopen(const QString& path, const QDeadlineTimer& deadline) const
 {
     QLocalSocket socket;
     socket.connectToServer(path);
@@ -144,7 +144,10 @@ bool LocalSocketInstanceChannel::forwardReopen(const QString& path) const
     socket.write(request + (startToken.isEmpty() ? QByteArray() : ' ' + startToken) + '\n');
     if (!socket.waitForBytesWritten(timeoutMs))
         return false;
-    while (socket.bytesAvailable() < answer.size() && socket.waitForReadyRead(timeoutMs)) { }
+    // A holder still starting answers once its event loop runs: wait on this one request
+    // rather than send another, which it would also answer with a reopen.
+    while (socket.bytesAvailable() < answer.size()
+           && socket.waitForReadyRead(int(std::max<qint64>(deadline.remainingTime(), timeoutMs)))) { }
     return socket.readAll() == answer;
 }
 

@@ -8,6 +8,7 @@
 #include <optional>
 
 class QLocalServer;
+class QDeadlineTimer;
 class QLockFile;
 
 // A local socket in the user's runtime directory, answered only for
@@ -23,7 +24,7 @@ public:
     std::optional<QString> socketPath() const;
 
 private:
-    bool forwardReopen(const QString& path) const;
+    bool forwardReopen(const QString& path, const QDeadlineTimer& deadline) const;
     bool listen(const QString& path, std::function<void(const QByteArray&)> onReopen);
 
     QString m_name;
