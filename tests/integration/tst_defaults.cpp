@@ -1,24 +1,19 @@
 #include "DefaultsSuite.h"
 #include "PlistDefaultsStore.h"
 #include "RecordingLogSink.h"
-#include "TempHome.h"
+#include "Testing.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QLockFile>
 #include <QRandomGenerator>
 #include <QSet>
-#include <QTest>
-#include <QThread>
 
 #include <cstdio>
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-
-using namespace Qt::Literals::StringLiterals;
 
 static const QString suiteName = u"K4WQ7ZT2RB.group.zelna.Quorin"_s;
 
@@ -65,6 +60,7 @@ private Q_SLOTS:
             u"('b', True), ('d', datetime.datetime(2025, 1, 2, 3, 4, 5)), ('l', [1, 'a']), ('n', 1)]"_s);
         QCOMPARE(QList({suite->value(u"n"_s).typeId(), suite->value(u"b"_s).typeId()}),
                  QList({int(QMetaType::LongLong), int(QMetaType::Bool)}));
+        QCOMPARE(suite->value(u"Blob"_s), QVariant(QByteArray(1, '\0')));
         QVERIFY(!QFile::exists(file() + u".lock"_s));
     }
 

@@ -1,15 +1,8 @@
 #include "LinuxWorkspace.h"
 #include "ProcFs.h"
 #include "ServiceEnableHandler.h"
-#include "TempHome.h"
+#include "Testing.h"
 #include "XdgLoginItems.h"
-
-#include <QDir>
-#include <QFileInfo>
-#include <QRegularExpression>
-#include <QTest>
-
-using namespace Qt::Literals::StringLiterals;
 
 static const QString service = u"com.zelna.Quorin.Service"_s;
 static const QString usualExec = u"quorin-service --background %U"_s;
@@ -66,8 +59,10 @@ private Q_SLOTS:
                  u"\"/o/1%%a\\\"b\\$\" %U"_s);
         XdgLoginItems items;
         QVERIFY(!items.setEnabled(u"../escape"_s, true));
-        // A system-wide entry is hidden, and shown again on enabling; without one, the user's goes.
+        // A system-wide entry is hidden (unless unreadable), and shown again on enabling; without one, the
+        // user's goes.
         const QString systemEntry = m_home.systemConfigDir() + u"/autostart/"_s + service + u".desktop"_s;
+        QVERIFY(TempHome::writeFile(systemEntry, "not an entry") && !items.setEnabled(service, false));
         QVERIFY(TempHome::writeFile(systemEntry, "[Desktop Entry]\nType=Application\nName=S\nExec=x\n")
                 && items.setEnabled(service, false) && validEntry()
                 && TempHome::readFile(m_autostart).contains(u"\nHidden=true\n"_s));

@@ -2,13 +2,10 @@
 #include "FileManager.h"
 #include "PlistDefaultsStore.h"
 #include "RecordingLogSink.h"
-#include "TempHome.h"
+#include "Testing.h"
 #include "ZLFileManager.h"
 
-#include <QDir>
 #include <QScopeGuard>
-#include <QTest>
-#include <QThread>
 
 #include <fstream>
 
@@ -17,7 +14,6 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-using namespace Qt::Literals::StringLiterals;
 using Result = ZLFileManager::ZLFileResult;
 
 // Set before main, while this is the only thread: the write-fault rows mount small file systems

@@ -1,12 +1,6 @@
-#include "TempHome.h"
-
-#include <QDir>
-#include <QRegularExpression>
-#include <QTest>
+#include "Testing.h"
 
 #include <unistd.h>
-
-using namespace Qt::Literals::StringLiterals;
 
 #define VERIFY_RUN(condition, run) QVERIFY2(condition, qPrintable((run)->output()))
 

@@ -4,17 +4,11 @@
 #include "PrintfFormat.h"
 #include "RecordingLogSink.h"
 #include "ServiceEnableHandler.h"
-#include "TempHome.h"
-
-#include <QRegularExpression>
-#include <QTest>
-#include <QThread>
+#include "Testing.h"
 
 #include <semaphore>
 #include <thread>
 
-using namespace Qt::Literals::StringLiterals;
-using namespace std::chrono_literals;
 using S = OutputStream;
 
 // The exact steps of a service pass against a fake platform, and the work queues and log lines under it.
