@@ -9,6 +9,7 @@
 #include "Platform.h"
 #include "SUStandardUserDriver.h"
 #include "SUUpdater.h"
+#include "Translations.h"
 #include "UpdateDelegate.h"
 
 #include <QApplication>
@@ -61,10 +62,13 @@ int ApplicationMain(int argc, char* argv[])
     // A checker run from a timer may have no display; it logs what it finds instead of showing it.
     const bool headless = checking && !Platform::hasDisplay();
     std::unique_ptr<QCoreApplication> app;
+    std::unique_ptr<QTranslator> translator; // the windows in the user's language, where there is one
     if (headless) {
         app = std::make_unique<QCoreApplication>(argc, argv);
     } else {
         app = std::make_unique<QApplication>(argc, argv);
+        if ((translator = Translations::load(QLocale(), Bundle::main())))
+            QCoreApplication::installTranslator(translator.get());
         QApplication::setQuitOnLastWindowClosed(false); // the delegate decides
         QApplication::setApplicationDisplayName(u"ZELNA Quorin"_s);
         QGuiApplication::setDesktopFileName(u"com.zelna.Quorin"_s);

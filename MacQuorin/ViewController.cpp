@@ -79,9 +79,9 @@ void ViewController::viewDidLoad()
         QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
         font.setPointSizeF(12.0);
         instructions.setFont(font);
-        text = modernInstructions;
+        text = tr(modernInstructions);
     } else {
-        text = earlierInstructions;
+        text = tr(earlierInstructions);
     }
     instructions.setText(text);
 
@@ -89,7 +89,7 @@ void ViewController::viewDidLoad()
     if (!info || !info->contains(u"CFBundleShortVersionString"_s))
         qFatal("The bundle's Info.plist has no CFBundleShortVersionString");
     required(versionTxt, "versionTxt")
-        .setText(versionPrefix + info->value(u"CFBundleShortVersionString"_s).toString());
+        .setText(tr(versionPrefix) + info->value(u"CFBundleShortVersionString"_s).toString());
 
     const QList<RunningApplication> applications
         = Platform::workspace().runningApplications(ServiceEnableHandler::serviceBundleIdentifier);

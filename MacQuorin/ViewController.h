@@ -20,15 +20,15 @@ class ZLFileManager;
 class ViewController : public QObject {
     Q_OBJECT
 public:
-    static inline const QString modernInstructions = QStringLiteral(
+    // Texts for tr(): in the C and English locales they are shown exactly as written.
+    static constexpr const char* modernInstructions = QT_TR_NOOP(
         "Make sure ZELNA Quorin is allowed under: System Settings > Privacy & Security > Extensions > Added "
         "extensions > ZELNA Quorin Service.");
     // A no-break space and a space stand before "Finder", as they always have.
-    static inline const QString earlierInstructions
-        = QStringLiteral("Make sure ZELNA Quorin is allowed under: System Preferences > Extensions >\u00A0 "
-                         "Finder Extensions > "
-                         "MacQuorinFinder.");
-    static inline const QString versionPrefix = QStringLiteral("Version: ");
+    static constexpr const char* earlierInstructions
+        = QT_TR_NOOP("Make sure ZELNA Quorin is allowed under: System Preferences > Extensions >\u00A0 "
+                     "Finder Extensions > MacQuorinFinder.");
+    static constexpr const char* versionPrefix = QT_TR_NOOP("Version: ");
 
     ViewController();                       // made in code
     explicit ViewController(QWidget* view); // made by the storyboard for its scene

@@ -39,19 +39,23 @@ SUUpdateAlert::SUUpdateAlert(const QString& applicationName, const SUAppcastItem
     info->setWordWrap(true);
     info->setTextFormat(Qt::PlainText);
 
-    auto* notesTitle = new QLabel(tr("Release Notes:"));
+    auto* notesTitle = new QLabel(tr("&Release Notes:"));
     auto* notes = new QTextBrowser;
     notes->setDocument(new SUReleaseNotesDocument(notes));
     notes->setOpenLinks(false); // followed only as Download is: web pages, in the browser
     connect(notes, &QTextBrowser::anchorClicked, this, [](const QUrl& link) { openDownloadPage(link); });
     notes->setHtml(item.itemDescription.left(maxNotesLength));
     notes->setAccessibleName(tr("Release notes"));
+    notes->setAccessibleDescription(tr("What changed in this version"));
     notesTitle->setBuddy(notes);
 
     auto* buttons = new QDialogButtonBox;
-    QPushButton* skip = buttons->addButton(tr("Skip This Version"), QDialogButtonBox::DestructiveRole);
-    QPushButton* later = buttons->addButton(tr("Remind Me Later"), QDialogButtonBox::RejectRole);
-    QPushButton* download = buttons->addButton(tr("Download"), QDialogButtonBox::AcceptRole);
+    QPushButton* skip = buttons->addButton(tr("&Skip This Version"), QDialogButtonBox::DestructiveRole);
+    QPushButton* later = buttons->addButton(tr("Remind Me &Later"), QDialogButtonBox::RejectRole);
+    QPushButton* download = buttons->addButton(tr("&Download"), QDialogButtonBox::AcceptRole);
+    skip->setAccessibleDescription(tr("Do not offer this version again"));
+    later->setAccessibleDescription(tr("Close this window; a later check offers the version again"));
+    download->setAccessibleDescription(tr("Open the download page in the web browser"));
     download->setDefault(true);
     download->setAutoDefault(true);
     connect(skip, &QPushButton::clicked, this, [this] { choose(SUUserDriver::Choice::SkipThisVersion); });

@@ -6,6 +6,7 @@
 #include "SUStandardUserDriver.h"
 #include "SUUpdateAlert.h"
 #include "Testing.h"
+#include "Translations.h"
 #include "UpdateDelegate.h"
 #include "ViewController.h"
 #include "WindowController.h"
@@ -103,17 +104,38 @@ private Q_SLOTS:
     void settingsWindow_data()
     {
         // No stored flag: only the process counts. The preview file is missing, or says disabled.
+        // The texts as written, unless the user's language has a translation.
         QTest::addColumn<bool>("running");
-        QTest::newRow("not running, no preview file, current system") << false;
-        QTest::newRow("running, previews disabled, earlier system") << true;
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QString>("texts"); // Enable's, then the instructions
+        const QString modern
+            = u"Make sure ZELNA Quorin is allowed under: System Settings > Privacy & Security > "
+              u"Extensions > Added extensions > ZELNA Quorin Service."_s;
+        QTest::newRow("not running, no preview file, current system")
+            << false << u"C"_s << u"&Enable ZELNA Quorin|"_s + modern;
+        QTest::newRow("running, previews disabled, earlier system, English")
+            << true << u"en_GB"_s
+            << u"&Enable ZELNA Quorin|Make sure ZELNA Quorin is allowed under: System Preferences > "
+               u"Extensions >"
+               u"\u00A0 Finder Extensions > MacQuorinFinder."_s;
+        QTest::newRow("German")
+            << false << u"de_DE"_s
+            << u"ZELNA Quorin &aktivieren|Stellen Sie sicher, dass ZELNA Quorin erlaubt ist "
+               u"unter: Systemeinstellungen > Datenschutz & Sicherheit > Erweiterungen > "
+               u"Hinzugefügte Erweiterungen > ZELNA Quorin Service."_s;
     }
     void settingsWindow()
     {
         QFETCH(bool, running);
+        QFETCH(QString, language);
+        QFETCH(QString, texts);
         if (running)
             m_fake->running = {service};
         m_fake->modernSystem = !running;
         QVERIFY(!running || TempHome::writeFile(previewFile(), disabledFile.toUtf8()));
+        const auto translator = Translations::load(QLocale(language), Bundle::main());
+        QVERIFY(!translator == (language != u"de_DE"_s)
+                && (!translator || qApp->installTranslator(translator.get())));
         ViewController& ui = open();
         QCOMPARE(
             (QList<bool>{ui.enableCheckBox->isChecked(), ui.autoStartCheckBox->isChecked(),
@@ -122,13 +144,9 @@ private Q_SLOTS:
         QCOMPARE(ui.versionTxt->text(),
                  u"Version: "_s
                      + Bundle::main().objectForInfoDictionaryKey(u"CFBundleShortVersionString"_s).toString());
-        const QLabel& text = *ui.makeSureTextFieldCell;
-        QCOMPARE(text.text(),
-                 running ? u"Make sure ZELNA Quorin is allowed under: System Preferences > Extensions >"
-                           u"\u00A0 Finder Extensions > MacQuorinFinder."_s
-                         : u"Make sure ZELNA Quorin is allowed under: System Settings > Privacy & "
-                           u"Security > Extensions > Added extensions > ZELNA Quorin Service."_s);
-        QCOMPARE(text.font().pointSizeF() == 12.0, !running); // the current system's size
+        QCOMPARE(ui.enableCheckBox->text() + u'|' + ui.makeSureTextFieldCell->text(), texts);
+        QCOMPARE(ui.makeSureTextFieldCell->font().pointSizeF() == 12.0,
+                 !running); // the current system's size
         // The file says the inverse of the box, which changes only while the service runs.
         for (const QString& after : {enabledFile, disabledFile}) {
             clickBox(ui.disablePreviewCheckbox);
