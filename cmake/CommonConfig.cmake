@@ -13,6 +13,8 @@ target_compile_options(zq_common_config INTERFACE
     -Wcast-align -Woverloaded-virtual -Wformat=2 -Wimplicit-fallthrough
     # Log lines name source files relative to the tree, not the build machine.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
+    # Symbols for the package's separate -dbgsym file; the installed program is stripped.
+    $<$<CONFIG:Release>:-g>
 )
 if(ZQ_WERROR)
     target_compile_options(zq_common_config INTERFACE -Werror)

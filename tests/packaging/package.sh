@@ -13,6 +13,8 @@ for tool in dpkg-deb lintian; do
 done
 cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >/dev/null
 deb=$(ls "$work"/out/zelna-quorin_*.deb)
+dbgsym=$(ls "$work"/out/zelna-quorin-dbgsym_*.ddeb) # the symbols lintian wants out of the program
+dpkg-deb -c "$dbgsym" | grep '/usr/lib/debug/\.build-id/.*\.debug$' >/dev/null || { echo "FAIL: no symbols in $dbgsym"; exit 1; }
 contents=$(dpkg-deb -c "$deb" | awk '{ print $6 }')
 for path in ./usr/bin/zelna-quorin ./usr/share/zelna-quorin/Info.plist ./usr/share/zelna-quorin/Main.ui \
     ./usr/share/applications/com.zelna.Quorin.desktop ./usr/share/metainfo/com.zelna.Quorin.metainfo.xml \
@@ -20,6 +22,7 @@ for path in ./usr/bin/zelna-quorin ./usr/share/zelna-quorin/Info.plist ./usr/sha
     ./usr/share/icons/hicolor/48x48/apps/com.zelna.Quorin.png \
     ./usr/share/icons/hicolor/256x256/apps/com.zelna.Quorin.png \
     ./usr/lib/systemd/user/zelna-quorin-check.service ./usr/lib/systemd/user/zelna-quorin-check.timer \
+    ./usr/share/zelna-quorin/translations/zelna-quorin_de.qm ./usr/share/zelna-quorin/translations/zelna-quorin_fr.qm \
     ./usr/share/man/man1/zelna-quorin.1.gz ./usr/share/doc/zelna-quorin/copyright; do
     grep -qx -- "$path" <<< "$contents" || { echo "FAIL: $path is not in the package"; exit 1; }
 done
@@ -43,6 +46,6 @@ if command -v appstreamcli >/dev/null; then
 fi
 
 # Debian's own checks: any error or warning fails.
-lintian --fail-on error,warning "$deb" 2> >(grep -v 'root privileges' >&2)
+lintian --fail-on error,warning "$deb" "$dbgsym" 2> >(grep -v 'root privileges' >&2)
 
 echo "PASS: package layout, dependencies, metadata and lintian"
