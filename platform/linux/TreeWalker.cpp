@@ -3,8 +3,12 @@
 #include "FileURL.h"
 
 #include <QFile>
+#include <QThread>
 
+#include <atomic>
 #include <cerrno>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <dirent.h>
@@ -27,59 +31,56 @@ struct Frame {
     dev_t device = 0;
     ino_t inode = 0;
     qsizetype pathLength = 0; // of the folder's path, to cut the path back on the way up
+    int heldFd = -1;          // the folder itself, kept open while the walk is below it
 };
 
-// Reads the open folder's entries; the descriptor stays open. Entries whose type
-// cannot be read are kept as non-folders and reported.
+// Folders kept open on the way down, to come back to without opening "..": deeper
+// ones are closed, so that depth costs no descriptors beyond these.
+constexpr size_t heldLevels = 64;
+
+// Reads the open folder's entries, straight from its descriptor, which stays
+// open for what is opened relative to it. Entries whose type cannot be read
+// are kept as non-folders and reported.
 bool readFrame(int fd, const QByteArray& path, Frame& frame,
                const std::function<void(const ZLError&)>& onEntryError)
 {
     struct stat self { };
-    const int listFd = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
-    DIR* dir = listFd >= 0 && ::fstat(fd, &self) == 0 ? ::fdopendir(listFd) : nullptr;
-    if (!dir) {
-        if (listFd >= 0)
-            ::close(listFd);
+    if (::fstat(fd, &self) != 0)
         return false;
-    }
     frame.device = self.st_dev;
     frame.inode = self.st_ino;
     frame.pathLength = path.size();
-    while (const dirent* entry = ::readdir(dir)) {
-        const char* name = entry->d_name;
-        if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
-            continue;
-        bool isFolder = entry->d_type == DT_DIR;
-        if (entry->d_type == DT_UNKNOWN) {
-            struct stat info { };
-            if (::fstatat(fd, name, &info, AT_SYMLINK_NOFOLLOW) == 0)
-                isFolder = S_ISDIR(info.st_mode);
-            else
-                onEntryError(ZLError::fromErrno(errno, QFile::decodeName(path + '/' + name)));
+    alignas(dirent64) char buffer[32768];
+    for (ssize_t size; (size = ::getdents64(fd, buffer, sizeof buffer)) > 0;) {
+        for (ssize_t at = 0; at < size;) {
+            const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
+            at += entry->d_reclen;
+            const char* name = entry->d_name;
+            if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
+                continue;
+            bool isFolder = entry->d_type == DT_DIR;
+            if (entry->d_type == DT_UNKNOWN) {
+                struct stat info { };
+                if (::fstatat(fd, name, &info, AT_SYMLINK_NOFOLLOW) == 0)
+                    isFolder = S_ISDIR(info.st_mode);
+                else
+                    onEntryError(ZLError::fromErrno(errno, QFile::decodeName(path + '/' + name)));
+            }
+            frame.entries.push_back({QByteArray(name), isFolder});
         }
-        frame.entries.push_back({QByteArray(name), isFolder});
     }
-    ::closedir(dir);
     return true;
 }
 
-} // namespace
-
-std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
-                                                    const std::function<void(const ZLError&)>& onEntryError)
+// Walks the tree below the open folder FD at PATH (its frame read), appending its
+// non-folders to FILES; FD is closed. False when the walk had to stop: a folder
+// moved out from under it.
+bool walkFrom(int fd, QByteArray path, Frame top, QList<QUrl>& files,
+              const std::function<void(const ZLError&)>& onEntryError)
 {
-    QByteArray path = root.endsWith('/') && root.size() > 1 ? root.chopped(1) : root;
-    // The chosen folder itself may be reached through links; nothing beneath it is.
-    int fd = ::open(path.constData(), folderFlags & ~O_NOFOLLOW);
-    if (path == "/")
-        path.clear(); // "/bin", not "//bin", which a URL would read as a host
-    std::vector<Frame> stack(1);
-    if (fd < 0 || !readFrame(fd, path, stack.back(), onEntryError)) {
-        if (fd >= 0)
-            ::close(fd);
-        return std::nullopt;
-    }
-    QList<QUrl> files;
+    std::vector<Frame> stack;
+    stack.push_back(std::move(top));
+    bool whole = true;
     while (!stack.empty()) {
         Frame& frame = stack.back();
         if (frame.next < frame.entries.size()) {
@@ -95,7 +96,10 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
             const int child = ::openat(fd, entry.name.constData(), folderFlags);
             Frame below;
             if (child >= 0 && readFrame(child, path, below, onEntryError)) {
-                ::close(fd);
+                if (stack.size() < heldLevels)
+                    frame.heldFd = fd;
+                else
+                    ::close(fd);
                 fd = child;
                 stack.push_back(std::move(below));
             } else {
@@ -108,6 +112,12 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
         stack.pop_back();
         if (stack.empty())
             break;
+        if (Frame& above = stack.back(); above.heldFd >= 0) {
+            ::close(fd);
+            fd = std::exchange(above.heldFd, -1);
+            path.truncate(above.pathLength);
+            continue;
+        }
         // Back up through "..", which must be the folder listed before: one moved
         // elsewhere meanwhile would lead the rest of the walk out of the tree.
         const int parent = ::openat(fd, "..", folderFlags);
@@ -118,6 +128,9 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
             onEntryError(ZLError::fromErrno(ESTALE, QFile::decodeName(path)));
             if (parent >= 0)
                 ::close(parent);
+            whole = false;
+            for (const Frame& held : stack)
+                held.heldFd >= 0 ? void(::close(held.heldFd)) : void();
             break;
         }
         ::close(fd);
@@ -125,5 +138,82 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
         path.truncate(above.pathLength);
     }
     ::close(fd);
+    return whole;
+}
+
+// The walk below one folder of the chosen one, done on any thread: its files and,
+// to be reported in order afterwards, its errors.
+struct Branch {
+    QByteArray name;
+    QList<QUrl> files;
+    QList<ZLError> errors;
+    bool whole = true;
+};
+
+void walkBranch(int rootFd, const QByteArray& rootPath, Branch& branch)
+{
+    const auto note = [&branch](const ZLError& error) { branch.errors.append(error); };
+    const QByteArray path = rootPath + '/' + branch.name;
+    const int fd = ::openat(rootFd, branch.name.constData(), folderFlags);
+    Frame top;
+    if (fd >= 0 && readFrame(fd, path, top, note))
+        branch.whole = walkFrom(fd, path, std::move(top), branch.files, note);
+    else if (fd >= 0)
+        ::close(fd);
+}
+
+} // namespace
+
+std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
+                                                    const std::function<void(const ZLError&)>& onEntryError)
+{
+    QByteArray path = root.endsWith('/') && root.size() > 1 ? root.chopped(1) : root;
+    // The chosen folder itself may be reached through links; nothing beneath it is.
+    const int fd = ::open(path.constData(), folderFlags & ~O_NOFOLLOW);
+    if (path == "/")
+        path.clear(); // "/bin", not "//bin", which a URL would read as a host
+    Frame top;
+    if (fd < 0 || !readFrame(fd, path, top, onEntryError)) {
+        if (fd >= 0)
+            ::close(fd);
+        return std::nullopt;
+    }
+    QList<QUrl> files;
+    std::vector<Branch> branches;
+    for (const Frame::Entry& entry : top.entries)
+        if (entry.isFolder)
+            branches.push_back({entry.name, {}, {}, true});
+    const int threads = std::min(QThread::idealThreadCount(), int(branches.size()));
+    if (threads < 2) {
+        walkFrom(fd, path, std::move(top), files, onEntryError);
+        return files;
+    }
+    // The folders below the chosen one are walked side by side, each on its own
+    // descriptor; their results are joined in directory order, as one walk's.
+    std::atomic<size_t> next = 0;
+    const auto work = [&] {
+        for (size_t i = next++; i < branches.size(); i = next++)
+            walkBranch(fd, path, branches[i]);
+    };
+    {
+        std::vector<std::jthread> helpers;
+        for (int i = 1; i < threads; ++i)
+            helpers.emplace_back(work);
+        work();
+    }
+    ::close(fd);
+    auto branch = branches.begin();
+    for (const Frame::Entry& entry : top.entries) {
+        if (!entry.isFolder) {
+            files.append(FileURL::fromPath(path + '/' + entry.name));
+            continue;
+        }
+        files.append(std::move(branch->files));
+        QList<QUrl>().swap(branch->files); // freed as it goes: at most the result twice over
+        for (const ZLError& error : std::as_const(branch->errors))
+            onEntryError(error);
+        if (!(branch++)->whole)
+            break;
+    }
     return files;
 }
