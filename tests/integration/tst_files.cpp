@@ -58,7 +58,7 @@ public Q_SLOTS:
     void aggregated(const QList<QUrl>& files, const QVariantMap& error)
     {
         m_files = files;
-        m_completions << error.value(u"localizedDescription"_s).toString();
+        m_completions << QVariant(error.values()).toStringList().join(u'|'); // code, domain, description
         QVERIFY(QThread::currentThread() == QCoreApplication::instance()->thread());
     }
 
@@ -257,7 +257,7 @@ private Q_SLOTS:
                                           Q_ARG(QObject*, this), Q_ARG(QByteArray, "aggregated")));
         QTRY_COMPARE_WITH_TIMEOUT(m_completions.size(), 1, 60000);
         sh(u"rm -rf s; chmod -R u+rwx ."_s); // too deep for QDir
-        QCOMPARE(m_completions, QStringList(error ? u"no permission to folders"_s : QString()));
+        QCOMPARE(m_completions, QStringList(error ? u"0|com.zelna|no permission to folders"_s : QString()));
         QCOMPARE(m_files, want);
         QCOMPARE(unlike({u"\"Mapping paths -> URLs...\". <Service>, ZLFileManag ("_s, u"URLs completed.\""_s,
                          logged.replace(u'~', m_home->path())}),

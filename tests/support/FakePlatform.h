@@ -9,6 +9,7 @@
 #include <QMutex>
 #include <QStringList>
 #include <QVariantMap>
+#include <QVersionNumber>
 
 // In-memory stand-in for every platform service. Each call is noted in one
 // journal so tests can check the order of steps across services.
@@ -28,7 +29,7 @@ public:
     std::optional<QUrl> serviceLocation;
     std::optional<ZLError> openError; // what the held open reports
     int commandStatus = 0;
-    bool modernSystem = true;
+    QVersionNumber system{13, 0, 0}; // the first system version of the current wording, exactly
 
     // Sends the held open result, if any, from another thread, as the system does.
     void deliverOpen();
@@ -52,9 +53,9 @@ public:
     {
         return note(u"run "_qs + program + u' ' + arguments.join(u' '), commandStatus);
     }
-    bool isAtLeast(int major, int minor, int) const override
+    bool isAtLeast(int major, int minor, int patch) const override
     {
-        return modernSystem || major < 10 || (major == 10 && minor < 15);
+        return QVersionNumber(major, minor, patch) <= system;
     }
 
     // Notes a step; answers the result given, true unless told.

@@ -58,10 +58,11 @@ private Q_SLOTS:
         const QString stored = u"defaults QREnabled=1, "_s;
         QTest::newRow("absent") << QVariant() << u"running"_s
                                 << stored + u"use, login svc on, list svc, log updateUserDefaults -> true"_s;
-        QTest::newRow("number zero") << QVariant(qint64(0)) << QString()
-                                     << stored + opened
-                                            + u"log updateUserDefaults -> true, log handleEnabled -> "_s
-                                              u"openApplication -> with error: nil"_s;
+        QTest::newRow("number zero, first system that opens")
+            << QVariant(qint64(0)) << u"10.15"_s
+            << stored + opened
+                   + u"log updateUserDefaults -> true, log handleEnabled -> "_s
+                     u"openApplication -> with error: nil"_s;
     }
     void pass()
     {
@@ -82,6 +83,7 @@ private Q_SLOTS:
         if (platform.contains(u"fails"_s))
             m_fake->openError = ZLError(u"NSCocoaErrorDomain"_s, 260, u"Not there"_s);
         m_fake->commandStatus = 1;
+        m_fake->system = platform.contains(u"10.15"_s) ? QVersionNumber(10, 15, 0) : m_fake->system;
         std::atomic<int> calls = 0;
         ServiceEnableHandler::handleEnabled([&calls] { ++calls; });
         m_fake->deliverOpen(); // an open completes once it has reported, from its own thread

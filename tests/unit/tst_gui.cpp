@@ -131,7 +131,7 @@ private Q_SLOTS:
         QFETCH(QString, texts);
         if (running)
             m_fake->running = {service};
-        m_fake->modernSystem = !running;
+        m_fake->system = running ? QVersionNumber(12, 7, 6) : m_fake->system;
         QVERIFY(!running || TempHome::writeFile(previewFile(), disabledFile.toUtf8()));
         const auto translator = Translations::load(QLocale(language), Bundle::main());
         QVERIFY(!translator == (language != u"de_DE"_s)
