@@ -130,7 +130,8 @@ bool walkFrom(int fd, QByteArray path, Frame top, QList<QUrl>& files,
                 ::close(parent);
             whole = false;
             for (const Frame& held : stack)
-                held.heldFd >= 0 ? void(::close(held.heldFd)) : void();
+                if (held.heldFd >= 0)
+                    ::close(held.heldFd);
             break;
         }
         ::close(fd);
