@@ -45,7 +45,7 @@ if command -v appstreamcli >/dev/null; then
     appstreamcli validate --no-net "$build/packaging/com.zelna.Quorin.metainfo.xml" >/dev/null
 fi
 
-# Debian's own checks: any error or warning fails.
-lintian --fail-on error,warning "$deb" "$dbgsym" 2> >(grep -v 'root privileges' >&2)
+# Debian's own checks: any error or warning fails. Its caches go into our folder: it leaves them behind.
+TMPDIR=$work lintian --fail-on error,warning "$deb" "$dbgsym" 2> >(grep -v 'root privileges' >&2)
 
 echo "PASS: package layout, dependencies, metadata and lintian"
