@@ -41,8 +41,8 @@ public:
     // The whole of a regular file of at most maxContentsSize bytes; anything else is an error.
     virtual std::variant<QByteArray, ZLError> contents(const QString& path) = 0;
     static constexpr qint64 maxContentsSize = 16 * 1024 * 1024;
-    // A plain write: created or truncated, then written; not atomic. Never through a link. A write
-    // that fails part-way removes the file.
+    // Creates the file whole: it appears at its name only once written (where the file system
+    // allows). Never through a link. A write that fails part-way leaves no file.
     virtual std::optional<ZLError> write(const QString& path, const QByteArray& bytes) = 0;
 
     // Reads an extended attribute into a buffer of exactly buffer.size() bytes,

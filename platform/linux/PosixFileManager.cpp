@@ -5,6 +5,7 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -135,26 +136,37 @@ std::variant<QByteArray, ZLError> PosixFileManager::contents(const QString& path
 std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteArray& bytes)
 {
     const QByteArray name = encoded(path);
-    // A link planted at the name (the folder may be writable by others) is not followed.
-    Descriptor file{::open(name.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666)};
+    const qsizetype slash = name.lastIndexOf('/');
+    const QByteArray folderName = slash < 0 ? "." : slash == 0 ? "/" : name.left(slash);
+    const Descriptor folder{::open(folderName.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    if (folder.fd < 0)
+        return ZLError::fromErrno(errno, path);
+    const QByteArray leaf = name.mid(slash + 1);
+    // Written unnamed and linked in whole: a reader, or a kill, never meets a part-written file,
+    // and the link fails on anything already at the name (a planted link is never followed).
+    Descriptor file{::openat(folder.fd, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666)};
+    const bool unnamed = file.fd >= 0;
+    if (!unnamed) // a file system without unnamed files: created, then written
+        file.fd = ::openat(folder.fd, leaf.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
+                           0666);
     if (file.fd < 0)
         return ZLError::fromErrno(errno, path);
     // A write that fails part-way (a full disk) leaves no file rather than a cut one.
     auto failed = [&](int error) {
-        ::unlink(name.constData());
+        if (!unnamed)
+            ::unlinkat(folder.fd, leaf.constData(), 0);
         return ZLError::fromErrno(error, path);
     };
-    const char* data = bytes.constData();
-    qsizetype left = bytes.size();
-    while (left > 0) {
-        const ssize_t n = ::write(file.fd, data, size_t(left));
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
+    for (qsizetype done = 0; done < bytes.size();) {
+        const ssize_t n = ::write(file.fd, bytes.constData() + done, size_t(bytes.size() - done));
+        if (n < 0 && errno != EINTR)
             return failed(errno);
-        }
-        data += n;
-        left -= n;
+        done += std::max<ssize_t>(n, 0);
+    }
+    if (unnamed) {
+        const QByteArray self = "/proc/self/fd/" + QByteArray::number(file.fd);
+        if (::linkat(AT_FDCWD, self.constData(), folder.fd, leaf.constData(), AT_SYMLINK_FOLLOW) != 0)
+            return failed(errno);
     }
     const int fd = std::exchange(file.fd, -1);
     if (::close(fd) != 0 && errno != EINTR)

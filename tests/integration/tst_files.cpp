@@ -6,8 +6,10 @@
 #include "ZLFileManager.h"
 
 #include <QScopeGuard>
+#include <QSet>
 
 #include <fstream>
+#include <thread>
 
 #include <sched.h>
 #include <sys/mount.h>
@@ -84,6 +86,18 @@ private Q_SLOTS:
         manager.setPreviewStateEnabled(false);
         QCOMPARE(QByteArray::fromStdString({std::istreambuf_iterator<char>(holder), {}}),
                  R"({"previewEnabled":true})");
+        // Read while it changes, by another program say: old, missing or new, never empty or cut.
+        std::atomic<bool> writing = true;
+        QSet<QByteArray> seen;
+        std::thread reader([&] {
+            for (QFile file(commFile()); writing; file.close())
+                seen << (file.open(QIODevice::ReadOnly) ? file.readAll() : R"({"previewEnabled":false})");
+        });
+        for (int i = 0; i < 500; ++i)
+            manager.setPreviewStateEnabled(i % 2 == 0);
+        writing = false;
+        reader.join();
+        QCOMPARE(seen.subtract({R"({"previewEnabled":true})", R"({"previewEnabled":false})"}).values(), {});
         manager.setPreviewStateEnabled(std::nullopt); // refused, logged, left as it was
         const int input = ::dup(STDIN_FILENO); // there may be no standard input: 0 is closed like any other
         ::close(STDIN_FILENO);
