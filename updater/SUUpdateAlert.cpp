@@ -76,15 +76,14 @@ SUUpdateAlert::SUUpdateAlert(const QString& applicationName, const SUAppcastItem
     download->setFocus();
 }
 
-bool SUUpdateAlert::openDownloadPage(const QUrl& page)
+void SUUpdateAlert::openDownloadPage(const QUrl& page)
 {
     const QString scheme = page.scheme().toLower();
-    if (!page.isValid() || (scheme != u"https"_s && scheme != u"http"_s)) {
+    if (page.isValid() && (scheme == u"https"_s || scheme == u"http"_s))
+        QDesktopServices::openUrl(page);
+    else
         SystemLog::logText(u"Updater: not opening the download address \""_s + page.toString()
                            + u"\": only http and https addresses are opened"_s);
-        return false;
-    }
-    return QDesktopServices::openUrl(page);
 }
 
 void SUUpdateAlert::choose(SUUserDriver::Choice choice)

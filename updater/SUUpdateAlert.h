@@ -22,7 +22,7 @@ public:
     static constexpr qsizetype maxNotesLength = 64 * 1024;
 
     // Only web pages are opened; any other scheme is refused and logged.
-    static bool openDownloadPage(const QUrl& page);
+    static void openDownloadPage(const QUrl& page);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
