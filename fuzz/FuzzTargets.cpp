@@ -1,7 +1,6 @@
-// Every reader of outside input as a fuzz target. Built with ZQ_FUZZ_TARGET
-// set, this is that target's libFuzzer program; without it, a replayer that
-// runs the target named first on its command line over saved inputs, so the
-// ordinary test builds replay every seed and every input that once failed.
+// Every reader of outside input as a fuzz target. Built with ZQ_FUZZ_TARGET set, this is that target's
+// libFuzzer program; without it, a replayer that runs the target named first on its command line over saved
+// inputs, so the ordinary test builds replay every seed and every input that once failed.
 #include "DesktopApplications.h"
 #include "LogSink.h"
 #include "Platform.h"
@@ -17,15 +16,12 @@
 #include <QUrl>
 
 #include <cstdio>
-#include <cstdlib>
 
 using namespace Qt::Literals::StringLiterals;
 
 // Aborts, so that libFuzzer keeps the input and the replay test fails.
 #define FUZZ_CHECK(condition)                                                                                \
-    ((condition)                                                                                             \
-         ? void()                                                                                            \
-         : (std::fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #condition), std::abort()))
+    ((condition) ? void() : qFatal("%s:%d: failed: %s", __FILE__, __LINE__, #condition))
 
 namespace {
 
@@ -34,12 +30,6 @@ struct Target {
     void (*init)(const QString& scratch); // with a fresh private folder
     void (*run)(const QByteArray& input);
 };
-
-void writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size());
-}
 
 QString g_file;  // the file a target reads its input from
 QString g_other; // a second file or folder it needs
@@ -58,8 +48,8 @@ const Target targets[] = {
              }
          }
      }},
-    // Any program of the user can write the defaults file. What was read must
-    // stay readable once a key is stored, or the next start moves it aside.
+    // Any program of the user can write the defaults file. What was read must stay readable once a key is
+    // stored, or the next start moves it aside.
     {"fuzz_defaults_plist", nullptr,
      [](const QByteArray& input) {
          auto document = PlistDocument::parse(input);
@@ -70,8 +60,8 @@ const Target targets[] = {
          const auto reread = PlistDocument::parse(document->toXml());
          FUZZ_CHECK(reread && reread->value(u"QREnabled"_s) == QVariant(u"1"_s));
      }},
-    // Desktop entries can be written by any program of the user; the service's
-    // is copied into autostart, and the copy must start the same program.
+    // Desktop entries can be written by any program of the user; the service's is copied into autostart, and
+    // the copy must start the same program.
     {"fuzz_desktop_entry",
      [](const QString& scratch) {
          for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_DATA_DIRS", "XDG_CONFIG_DIRS"})
@@ -81,7 +71,10 @@ const Target targets[] = {
          g_other = scratch + u"/XDG_CONFIG_HOME/autostart/com.example.Fuzz.desktop"_s;
      },
      [](const QByteArray& input) {
-         writeFile(g_file, input);
+         QFile file(g_file);
+         FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+                    && file.write(input) == input.size());
+         file.close();
          if (const auto entry = DesktopApplications::readEntry(g_file)) {
              FUZZ_CHECK(!entry->exec.isEmpty());
              (void)XdgLoginItems::execWithProgram(entry->exec, u"/usr/bin/true"_s);
@@ -95,8 +88,8 @@ const Target targets[] = {
                  == DesktopApplications::absoluteProgram(DesktopApplications::readEntry(g_file)->exec));
          }
      }},
-    // Log lines are formats carrying text from files and feeds: the format, then
-    // NUL-separated arguments. However hostile, a line stays within its bound.
+    // Log lines are formats carrying text from files and feeds: the format, then NUL-separated arguments.
+    // However hostile, a line stays within its bound.
     {"fuzz_log_format", nullptr,
      [](const QByteArray& input) {
          QList<QByteArray> parts = input.split('\0');

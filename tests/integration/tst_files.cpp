@@ -18,8 +18,8 @@
 
 using Result = ZLFileManager::ZLFileResult;
 
-// Set before main, while this is the only thread: the write-fault rows mount small file systems
-// in a mount namespace of this process's own.
+// Set before main, while this is the only thread: the write-fault rows mount small file systems in a mount
+// namespace of this process's own.
 static const bool privateMounts = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
                                   && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 static const QString commPath = u"/com.zelna.Quorin.shared/Communication/commnuication_file.json"_s;
@@ -43,8 +43,8 @@ class TestFiles : public QObject {
 
     QString path(const QString& relative) const { return m_home->path() + u'/' + relative; }
     QString commFile() const { return m_home->dataHome() + commPath; }
-    // Nothing when the log has one line for each fragment that is not empty, in this order, none of
-    // them a user's download log line; else the log.
+    // Nothing when the log has one line for each fragment that is not empty, in this order, none of them a
+    // user's download log line; else the log.
     QString unlike(QStringList fragments) const
     {
         fragments.removeAll(QString());
@@ -80,8 +80,8 @@ private Q_SLOTS:
         ZLFileManager manager;
         QVERIFY(manager.communicationFileURL() && QDir().mkdir(commFile()));
         manager.setPreviewStateEnabled(true);
-        // A reader holding the old file keeps it whole, as it would not were it rewritten in
-        // place: others find it whole, missing or being written, never mixed.
+        // A reader holding the old file keeps it whole, as it would not were it rewritten in place: others
+        // find it whole, missing or being written, never mixed.
         std::ifstream holder(QFile::encodeName(commFile()).toStdString());
         manager.setPreviewStateEnabled(false);
         QCOMPARE(QByteArray::fromStdString({std::istreambuf_iterator<char>(holder), {}}),

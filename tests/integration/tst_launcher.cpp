@@ -17,12 +17,8 @@ struct Launch : QProcess {
     {
         return QTest::qWaitFor([&] { return says(text) || state() == NotRunning; }, 15000) && says(text);
     }
-    // The exit status; 255 for an abnormal end (a fatal error aborts), -1 when still running after the
-    // time-out.
-    int finish()
-    {
-        return state() != NotRunning && !waitForFinished(15000) ? -1 : exitStatus() ? 255 : exitCode();
-    }
+    // The exit status; 255 for an abnormal end (a fatal error aborts), -1 when still running after 15 s.
+    int finish() { return state() && !waitForFinished(15000) ? -1 : exitStatus() ? 255 : exitCode(); }
 };
 
 const QString window = u"window shown: MainWindow"_s;
@@ -54,8 +50,8 @@ class TestLauncher : public QObject {
         run->start(path(u"bundle/bin/zelna-quorin"_s), arguments);
         return run;
     }
-    // The bundle's Info.plist with the given entries, or with a feed file of version
-    // "1.0" or "2.0", or "none" for a feed file that is missing.
+    // The bundle's Info.plist with the given entries, or with a feed file of version "1.0" or "2.0", or
+    // "none" for a feed file that is missing.
     void writeInfo(QByteArray feed)
     {
         const QString appcast = path(u"appcast.xml"_s);
@@ -163,9 +159,9 @@ private Q_SLOTS:
             VERIFY_RUN(!run->says(u"Updater:"_s) && !checkRecorded(), run);
     }
 
-    // However their starts interleave, launches together leave one launcher: the others hand
-    // their reopen over to it and end with 0. The next round takes the place (the lock and
-    // the socket file) of the one killed.
+    // However their starts interleave, launches together leave one launcher: the others hand their reopen
+    // over to it and end with 0. The next round takes the place (the lock and the socket file) of the one
+    // killed.
     void launchesTogetherLeaveOne()
     {
         writeInfo("<key>SUFeedURL</key><integer>42</integer>"); // nothing to check
@@ -185,8 +181,8 @@ private Q_SLOTS:
         }
     }
 
-    // A second start hands over to the first and ends. Another user is kept out by the
-    // folder's permissions and, should those be opened up, by the peer's credentials.
+    // A second start hands over to the first and ends. Another user is kept out by the folder's permissions
+    // and, should those be opened up, by the peer's credentials.
     void secondLaunchReopensTheFirst_data()
     {
         QTest::addColumn<bool>("shared");

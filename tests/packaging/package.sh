@@ -16,20 +16,14 @@ deb=$(ls "$work"/out/zelna-quorin_*.deb)
 dbgsym=$(ls "$work"/out/zelna-quorin-dbgsym_*.ddeb) # the symbols lintian wants out of the program
 dpkg-deb -c "$dbgsym" | grep '/usr/lib/debug/\.build-id/.*\.debug$' >/dev/null || { echo "FAIL: no symbols in $dbgsym"; exit 1; }
 contents=$(dpkg-deb -c "$deb" | awk '{ print $6 }')
-for path in ./usr/bin/zelna-quorin ./usr/share/zelna-quorin/Info.plist ./usr/share/zelna-quorin/Main.ui \
-    ./usr/share/applications/com.zelna.Quorin.desktop ./usr/share/metainfo/com.zelna.Quorin.metainfo.xml \
-    ./usr/share/icons/hicolor/scalable/apps/com.zelna.Quorin.svg \
-    ./usr/share/icons/hicolor/48x48/apps/com.zelna.Quorin.png \
-    ./usr/share/icons/hicolor/256x256/apps/com.zelna.Quorin.png \
-    ./usr/lib/systemd/user/zelna-quorin-check.service ./usr/lib/systemd/user/zelna-quorin-check.timer \
-    ./usr/share/zelna-quorin/translations/zelna-quorin_de.qm ./usr/share/zelna-quorin/translations/zelna-quorin_fr.qm \
-    ./usr/share/man/man1/zelna-quorin.1.gz ./usr/share/doc/zelna-quorin/copyright; do
+share=./usr/share
+for path in ./usr/bin/zelna-quorin $share/zelna-quorin/{Info.plist,Main.ui,translations/zelna-quorin_{de,fr}.qm} \
+    $share/{applications/com.zelna.Quorin.desktop,metainfo/com.zelna.Quorin.metainfo.xml,man/man1/zelna-quorin.1.gz} \
+    $share/icons/hicolor/{scalable/apps/com.zelna.Quorin.svg,{48x48,256x256}/apps/com.zelna.Quorin.png} \
+    ./usr/lib/systemd/user/zelna-quorin-check.{service,timer} $share/doc/zelna-quorin/copyright; do
     grep -qx -- "$path" <<< "$contents" || { echo "FAIL: $path is not in the package"; exit 1; }
 done
-depends=$(dpkg-deb -f "$deb" Depends)
-for package in libqt6widgets6 libqt6uitools6 libplist3 qt6-qpa-plugins; do
-    grep -q "$package" <<< "$depends" || { echo "FAIL: the package does not depend on $package"; exit 1; }
-done
+# What it depends on is proven where it is installed into a pristine root (tests/packaging/installed.sh).
 
 if command -v desktop-file-validate >/dev/null; then
     desktop-file-validate "$source/packaging/com.zelna.Quorin.desktop"

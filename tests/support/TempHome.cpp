@@ -74,9 +74,8 @@ void TempHome::killAll(const QString& program)
 
 void TempHome::runAsNobody(QProcess& process)
 {
-    // The other user cannot read this checkout (it may be private, or made with
-    // a strict umask): a sanitizer told to read its suppressions from there
-    // would end the program before it starts.
+    // The other user cannot read this checkout (it may be private, or made with a strict umask): a sanitizer
+    // told to read its suppressions from there would end the program before it starts.
     QProcessEnvironment env = process.processEnvironment();
     if (env.isEmpty())
         env = QProcessEnvironment::systemEnvironment();

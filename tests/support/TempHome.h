@@ -10,8 +10,8 @@
 // A throw-away home with its own XDG directories, so tests touch nothing of the user's.
 class TempHome {
 public:
-    // Below BASE, the temporary folder unless given: tests that sync many writes
-    // use a memory file system, so that another program's disk load cannot stall them.
+    // Below BASE, the temporary folder unless given: tests that sync many writes use a memory file system, so
+    // that another program's disk load cannot stall them.
     explicit TempHome(const QString& base = QDir::tempPath());
 
     QString path() const { return m_dir.path(); }
@@ -22,20 +22,19 @@ public:
     QString applicationsDir() const { return dataHome() + QStringLiteral("/applications"); }
     QString autostartDir() const { return configHome() + QStringLiteral("/autostart"); }
 
-    // Points this process, and so the processes it starts, at the temporary home
-    // (before anything caches the variables).
+    // Points this process, and so the processes it starts, at the temporary home (before anything caches the
+    // variables).
     void applyToProcess() const;
 
     // Writes an application entry NAME.desktop whose Exec is the given command line.
     QString installApplication(const QString& identifier, const QString& exec) const;
 
     static QString readFile(const QString& path);
-    // Runs a Python snippet with plistlib imported and the file's path in f;
-    // answers what it printed.
+    // Runs a Python snippet with plistlib imported and the file's path in f; answers what it printed.
     static QString plistPython(const QString& script, const QString& file);
     static bool writeFile(const QString& path, const QByteArray& bytes);
-    // Ends this user's processes running PROGRAM. Never by a pid noted
-    // earlier: that process may have ended and its pid gone to another.
+    // Ends this user's processes running PROGRAM. Never by a pid noted earlier: that process may have ended
+    // and its pid gone to another.
     static void killAll(const QString& program);
 
     // For tests that act as a second user (they need root).
