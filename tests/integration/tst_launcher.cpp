@@ -1,5 +1,7 @@
 #include "Testing.h"
 
+#include <QStandardPaths>
+
 #include <unistd.h>
 
 #define VERIFY_RUN(condition, run) QVERIFY2(condition, qPrintable((run)->output()))
@@ -220,6 +222,59 @@ private Q_SLOTS:
         writeInfo("1.0");
         auto checker = launch({check}); // a checker never hands over: it checks
         VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
+    }
+
+    // On a real X server, with the keyboard alone: Space turns the product on, Tab and Space turn previews
+    // off, two more Tabs and Space open the help, Shift+Tab back to Enable and Space turn it off again.
+    void keyboardAlone()
+    {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+        QSKIP("the X libraries' own threads are not instrumented");
+#endif
+        if (QStandardPaths::findExecutable(u"Xvfb"_s).isEmpty()
+            || QStandardPaths::findExecutable(u"xdotool"_s).isEmpty())
+            QSKIP("needs Xvfb and xdotool");
+        writeInfo(
+            "<key>SUFeedURL</key><integer>42</integer><key>ZLHelpBaseURL</key><string>https://h.example/"
+            "</string><key>ZLHelpPageFragment</key><string>guide</string>");
+        const QString plist = m_home->configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s,
+                      opened = path(u"opened"_s);
+        QVERIFY(
+            TempHome::writeFile(plist, "<plist><dict><key>QREnabled</key><string>0</string></dict></plist>")
+            && TempHome::writeFile(path(u"bundle/bin/xdg-open"_s),
+                                   "#!/bin/sh\necho \"$@\" >>\"$HOME/opened\"\n")
+            && QFile::setPermissions(path(u"bundle/bin/xdg-open"_s), QFile::ReadOwner | QFile::ExeOwner));
+        Launch xvfb;
+        xvfb.start(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s, u"1280x800x24"_s});
+        QVERIFY(xvfb.waitForReadyRead(10000));
+        m_env.insert(u"DISPLAY"_s, u':' + xvfb.output().trimmed());
+        m_env.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
+        auto run = launch();
+        const auto xdotool = [this](const QStringList& arguments) {
+            Launch tool;
+            tool.setProcessEnvironment(m_env);
+            tool.start(u"xdotool"_s, arguments);
+            return tool.finish() == 0 ? tool.output().section(u'\n', 0, 0) : QString();
+        };
+        const QString window
+            = xdotool({u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s, u"^ZELNA Quorin$"_s});
+        VERIFY_RUN(!window.isEmpty(), run);
+        xdotool({u"windowfocus"_s, u"--sync"_s, window}); // there is no window manager to give it the focus
+        const QString preview
+            = m_home->dataHome() + u"/com.zelna.Quorin.shared/Communication/commnuication_file.json"_s;
+        const QList<std::tuple<QString, QString, QString>> presses{
+            {u"space"_s, plist, u"<string>1</string>"_s},
+            {u"Tab space"_s, preview, u"{\"previewEnabled\":false}"_s},
+            {u"Tab Tab space"_s, opened, u"https://h.example/#guide\n"_s},
+            {u"shift+Tab shift+Tab shift+Tab space"_s, plist, u"<string>0</string>"_s}};
+        for (const auto& [keys, file, text] : presses) {
+            xdotool(QStringList{u"key"_s} + keys.split(u' '));
+            VERIFY_RUN(QTest::qWaitFor([&] { return TempHome::readFile(file).contains(text); }, 10000), run);
+        }
+        // The start's pass, with the product off, then the one that turning it on ran.
+        QCOMPARE(
+            TempHome::readFile(path(u"pluginkit.log"_s)),
+            u"-e ignore -i com.zelna.Quorin.Service.Finder\n-e use -i com.zelna.Quorin.Service.Finder\n"_s);
     }
 };
 
