@@ -25,7 +25,14 @@ class TestDefaults : public QObject {
     PlistDefaultsStore m_store;
 
     QString file() const { return m_home->configHome() + u'/' + suiteName + u".plist"_s; }
-    QString python(const QString& script) const { return TempHome::plistPython(script, file()); }
+    // Runs Python with plistlib imported and the file's path in f; answers what it printed.
+    QString python(const QString& script) const
+    {
+        QProcess process;
+        process.start(u"python3"_s, {u"-c"_s, u"import plistlib,sys\nf=sys.argv[1]\n"_s + script, file()});
+        process.waitForFinished(30000);
+        return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()).trimmed();
+    }
     QString log() const { return m_sink->lines().join(u'\n'); }
 
 private Q_SLOTS:
@@ -44,11 +51,10 @@ private Q_SLOTS:
         // Every type another program stored survives a write; binary lists are read too.
         // The empty lock is what a writer killed before filling it in leaves: unless it
         // goes stale quickly, the writes below give up on it.
-        TempHome::plistPython(
+        python(
             u"import datetime,os,time\nopen(f+'.lock','w')\nos.utime(f+'.lock',(time.time()-5,)*2)\n"
             u"plistlib.dump({'Count':-7,'Ratio':2.5,'On':True,'Blob':b'\\x00','QREnabled':'0','List':[1,'a'],"
-            u"'When':datetime.datetime(2025,1,2,3,4,5),'Nested':{'k':'v'}},open(f,'wb'),fmt=plistlib.FMT_BINARY)"_s,
-            file());
+            u"'When':datetime.datetime(2025,1,2,3,4,5),'Nested':{'k':'v'}},open(f,'wb'),fmt=plistlib.FMT_BINARY)"_s);
         auto suite = m_store.open(suiteName);
         QVERIFY(suite->setValue(u"QREnabled"_s, u"1"_s) && suite->setValue(u"n"_s, qint64(1))
                 && suite->setValue(u"b"_s, true) && suite->setValue(u"l"_s, QVariantList{qint64(1), u"a"_s})
@@ -87,7 +93,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, writer);
         QFETCH(bool, write);
-        TempHome::plistPython(writer, file());
+        python(writer);
         const QString bytes = TempHome::readFile(file());
         auto suite = m_store.open(suiteName);
         QVERIFY(!write || suite->setValue(u"QREnabled"_s, u"1"_s)); // moved aside, then a fresh list

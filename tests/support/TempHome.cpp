@@ -55,14 +55,6 @@ bool TempHome::writeFile(const QString& path, const QByteArray& bytes)
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
 }
 
-QString TempHome::plistPython(const QString& script, const QString& file)
-{
-    QProcess process;
-    process.start(u"python3"_s, {u"-c"_s, u"import plistlib,sys\nf=sys.argv[1]\n"_s + script, file});
-    process.waitForFinished(30000);
-    return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()).trimmed();
-}
-
 void TempHome::killAll(const QString& program)
 {
     const ProcFs procFs;

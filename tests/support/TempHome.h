@@ -30,8 +30,6 @@ public:
     QString installApplication(const QString& identifier, const QString& exec) const;
 
     static QString readFile(const QString& path);
-    // Runs a Python snippet with plistlib imported and the file's path in f; answers what it printed.
-    static QString plistPython(const QString& script, const QString& file);
     static bool writeFile(const QString& path, const QByteArray& bytes);
     // Ends this user's processes running PROGRAM. Never by a pid noted earlier: that process may have ended
     // and its pid gone to another.
