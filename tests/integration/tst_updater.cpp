@@ -9,6 +9,7 @@
 #include "SUUserDriver.h"
 #include "Testing.h"
 
+#include <QDateTime>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -44,9 +45,10 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
     void updaterDidRelaunchApplication(SUUpdater*) override { m_calls << u"relaunched"_s; }
     void updaterDidAbortWithError(SUUpdater*, const QString& error) override { m_calls << error; }
 
-    std::unique_ptr<SUUpdater> make(std::chrono::milliseconds timeout = 5s)
+    std::unique_ptr<SUUpdater> make(std::chrono::milliseconds timeout = 5s,
+                                    std::chrono::seconds interval = 24h)
     {
-        const SUUpdater::Host host{u"1.0"_s, u"1.0"_s, u"zq.test"_s, 24h, timeout, 4 * timeout, 1 << 20};
+        const SUUpdater::Host host{u"1.0"_s, u"1.0"_s, u"zq.test"_s, interval, timeout, 4 * timeout, 1 << 20};
         auto updater = std::make_unique<SUUpdater>(host, std::make_unique<SkippingUser>(&m_calls));
         updater->setDelegate(this);
         return updater;
@@ -131,6 +133,23 @@ private Q_SLOTS:
         QVERIFY2(m_calls.size() == 1 && log.size() == 1 && log[0].contains(u"Updater: "_s + m_calls[0])
                      && log[0].contains(logged),
                  qPrintable(log.join(u'\n')));
+    }
+
+    // Automatic checks come an interval after the last one, one in the future (a clock set back) counting as
+    // now; turned off, no more come.
+    void scheduledChecks()
+    {
+        Platform::defaults()
+            .open(u"zq.test"_s)
+            ->setValue(SUUpdater::lastCheckTimeKey, QDateTime::currentDateTimeUtc().addYears(1));
+        auto updater = make(5s, 1s);
+        updater->setFeedURL(writeFeed(feedWith("1.0")));
+        QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
+        updater->setAutomaticallyChecksForUpdates(true);
+        QVERIFY(finished.wait(10000));
+        updater->setAutomaticallyChecksForUpdates(false);
+        QVERIFY(!finished.wait(3000));
+        QCOMPARE(m_calls, QStringList{u"notFound"_s});
     }
 
     // A version other than the last launch's means the update was installed: told once, at once.
