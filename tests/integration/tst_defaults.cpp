@@ -112,14 +112,16 @@ private Q_SLOTS:
         qputenv("HOME", "");
         QVERIFY(!m_store.open(suiteName));
         m_home->applyToProcess();
-        // A file that cannot be read (a pipe would block) is neither used nor replaced.
+        // A file that cannot be read (a pipe would block) is neither used nor replaced, nor left open.
         auto suite = m_store.open(suiteName);
+        const uint openFiles = QDir(u"/proc/self/fd"_s).count();
         for (const bool pipe : {false, true}) {
             QVERIFY(pipe ? QDir().rmdir(file()) && ::mkfifo(qPrintable(file()), 0600) == 0
                          : QDir().mkpath(file()));
             QVERIFY(!suite->readValue(u"QREnabled"_s) && !suite->setValue(u"QREnabled"_s, u"1"_s));
             QVERIFY(QFileInfo(file()).isDir() != pipe);
         }
+        QCOMPARE(QDir(u"/proc/self/fd"_s).count(), openFiles);
         QVERIFY2(m_sink->lines().value(0).contains(u"Cannot read defaults file "_s + file()
                                                    + u": not a regular"_s),
                  qPrintable(log()));
