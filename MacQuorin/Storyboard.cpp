@@ -1,12 +1,14 @@
 #include "Storyboard.h"
 
 #include "Bundle.h"
+#include "FileManager.h"
+#include "Platform.h"
 #include "ViewController.h"
 #include "WindowController.h"
 #include "ZLButton.h"
 
+#include <QBuffer>
 #include <QCoreApplication>
-#include <QFile>
 #include <QUiLoader>
 #include <QWidget>
 
@@ -48,10 +50,13 @@ Storyboard Storyboard::storyboardWithName(const QString& name, const Bundle& bun
 std::unique_ptr<WindowController>
 Storyboard::instantiateControllerWithIdentifier(const QString& identifier) const
 {
-    QFile file(m_path);
-    if (!file.open(QIODevice::ReadOnly))
+    // Read without blocking and only when a regular file: a pipe in its place is an error, not a hang.
+    auto contents = Platform::fileManager().contents(m_path);
+    if (const auto* error = std::get_if<ZLError>(&contents))
         qFatal("The storyboard %s cannot be read: %s", qUtf8Printable(m_path),
-               qUtf8Printable(file.errorString()));
+               qUtf8Printable(error->description()));
+    QBuffer file(&std::get<QByteArray>(contents));
+    file.open(QIODevice::ReadOnly);
 
     // The loader would otherwise load every Designer plugin installed, Qt Quick's
     // among them; the scenes use standard widgets only.

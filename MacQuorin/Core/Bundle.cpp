@@ -1,11 +1,12 @@
 #include "Bundle.h"
 
+#include "FileManager.h"
+#include "Platform.h"
 #include "PlistDocument.h"
 #include "SystemLog.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -13,15 +14,15 @@ namespace {
 
 std::optional<QVariantMap> readInfo(const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    // Read without blocking and only when a regular file: a pipe in its place is an error, not a hang.
+    const auto contents = Platform::fileManager().contents(path);
+    if (const auto* error = std::get_if<ZLError>(&contents)) {
         SystemLog::logText(u"Cannot read the bundle's information list "_s + path + u": "_s
-                           + file.errorString());
+                           + error->description());
         return std::nullopt;
     }
-    constexpr qint64 maxSize = 4 * 1024 * 1024;
-    auto document = PlistDocument::parse(file.read(maxSize + 1));
-    if (!document || file.size() > maxSize) {
+    const auto document = PlistDocument::parse(std::get<QByteArray>(contents));
+    if (!document) {
         SystemLog::logText(u"The bundle's information list "_s + path
                            + u" is not a property list with a dictionary at its root"_s);
         return std::nullopt;

@@ -3,6 +3,7 @@
 #include "DesktopEntryDirectories.h"
 #include "GLibPtr.h"
 #include "GioLibrary.h"
+#include "RegularFile.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -70,9 +71,11 @@ std::variant<qint64, ZLError> launch(const GioLibrary& gio, GDesktopAppInfo* inf
 
 std::optional<DesktopApplications::Entry> DesktopApplications::readEntry(const QString& path)
 {
+    const auto bytes = RegularFile::read(path, maxEntrySize);
     const GKeyFilePtr keyFile(g_key_file_new());
-    if (!g_key_file_load_from_file(keyFile.get(), QFile::encodeName(path).constData(), G_KEY_FILE_NONE,
-                                   nullptr))
+    if (!std::holds_alternative<QByteArray>(bytes)
+        || !g_key_file_load_from_data(keyFile.get(), std::get<QByteArray>(bytes).constData(),
+                                      gsize(std::get<QByteArray>(bytes).size()), G_KEY_FILE_NONE, nullptr))
         return std::nullopt;
     if (stringValue(keyFile.get(), "Type") != u"Application"_s
         || g_key_file_get_boolean(keyFile.get(), group, "Hidden", nullptr))

@@ -25,8 +25,9 @@ public:
     };
 
     // An application entry that can run: Type=Application, not Hidden, with Exec
-    // and any TryExec present.
+    // and any TryExec present, in a regular file of at most maxEntrySize bytes.
     static std::optional<Entry> readEntry(const QString& path);
+    static constexpr qint64 maxEntrySize = 1024 * 1024;
 
     // The entry's file for identifier X (X.desktop), when its program resolves to an executable.
     static std::optional<QString> installedEntryPath(const QString& bundleIdentifier);

@@ -1,5 +1,6 @@
 #include "PosixFileManager.h"
 
+#include "RegularFile.h"
 #include "TreeWalker.h"
 #include "XdgDirs.h"
 
@@ -98,39 +99,7 @@ std::optional<ZLError> PosixFileManager::removeItem(const QString& path)
 
 std::variant<QByteArray, ZLError> PosixFileManager::contents(const QString& path)
 {
-    // Not blocking: a pipe put in the file's place must not stall the caller.
-    const Descriptor file{::open(encoded(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
-    if (file.fd < 0)
-        return ZLError::fromErrno(errno, path);
-    struct stat info { };
-    if (::fstat(file.fd, &info) != 0)
-        return ZLError::fromErrno(errno, path);
-    if (S_ISDIR(info.st_mode))
-        return ZLError::fromErrno(EISDIR, path);
-    // Devices and pipes never end; a huge file would fill memory.
-    const auto unsuitable = [&path] {
-        return ZLError(u"NSCocoaErrorDomain"_s, 263,
-                       u"The file couldn\u2019t be opened because it isn\u2019t a regular file of at most "_s
-                           + QString::number(maxContentsSize) + u" bytes."_s,
-                       u"NSFilePath="_s + path);
-    };
-    if (!S_ISREG(info.st_mode) || info.st_size > maxContentsSize)
-        return unsuitable();
-    QByteArray bytes;
-    char chunk[16384];
-    for (;;) {
-        const ssize_t n = ::read(file.fd, chunk, sizeof chunk);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return ZLError::fromErrno(errno, path);
-        }
-        if (n == 0)
-            return bytes;
-        if (bytes.size() + n > maxContentsSize)
-            return unsuitable(); // grew while read
-        bytes.append(chunk, n);
-    }
+    return RegularFile::read(path, maxContentsSize);
 }
 
 std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteArray& bytes)

@@ -3,6 +3,7 @@
 #include "SystemLog.h"
 #include "DesktopApplications.h"
 #include "GLibPtr.h"
+#include "RegularFile.h"
 #include "XdgDirs.h"
 
 #include <QDir>
@@ -18,10 +19,15 @@ constexpr const char* group = "Desktop Entry";
 
 GKeyFilePtr loadEntry(const QString& path)
 {
+    const auto bytes = RegularFile::read(path, DesktopApplications::maxEntrySize);
+    if (const auto* failure = std::get_if<ZLError>(&bytes)) {
+        SystemLog::logText(u"Cannot read desktop entry "_s + path + u": "_s + failure->description());
+        return nullptr;
+    }
     GKeyFilePtr keyFile(g_key_file_new());
-    const QByteArray encoded = QFile::encodeName(path);
+    const QByteArray& data = std::get<QByteArray>(bytes);
     GError* error = nullptr;
-    if (!g_key_file_load_from_file(keyFile.get(), encoded.constData(),
+    if (!g_key_file_load_from_data(keyFile.get(), data.constData(), gsize(data.size()),
                                    GKeyFileFlags(G_KEY_FILE_KEEP_COMMENTS | G_KEY_FILE_KEEP_TRANSLATIONS),
                                    &error)) {
         const GErrorPtr owned(error);
@@ -38,9 +44,10 @@ bool writeEntry(GKeyFile* keyFile, const QString& target)
     gsize length = 0;
     const GCharPtr data(g_key_file_to_data(keyFile, &length, nullptr));
     const QByteArray bytes(data.get(), qsizetype(length));
-    QFile existing(target);
-    if (existing.open(QIODevice::ReadOnly) && existing.size() == bytes.size() && existing.readAll() == bytes)
-        return true; // already so: spare the disk a rewrite at every launch
+    // Already so: spare the disk a rewrite at every launch. Anything else in its place is replaced.
+    const auto existing = RegularFile::read(target, bytes.size());
+    if (std::holds_alternative<QByteArray>(existing) && std::get<QByteArray>(existing) == bytes)
+        return true;
     if (!QDir().mkpath(QFileInfo(target).absolutePath())) {
         SystemLog::logText(u"Cannot create the autostart directory for "_s + target);
         return false;

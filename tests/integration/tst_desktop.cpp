@@ -4,6 +4,8 @@
 #include "Testing.h"
 #include "XdgLoginItems.h"
 
+#include <sys/stat.h>
+
 static const QString service = u"com.zelna.Quorin.Service"_s;
 static const QString usualExec = u"quorin-service --background %U"_s;
 
@@ -107,6 +109,8 @@ private Q_SLOTS:
         QTest::newRow("replaced, more arguments")
             << u"0 extra replaced"_s << QString() << u"-e ignore killed 9"_s;
         QTest::newRow("second entry") << u"1 mine twin"_s << QString() << u"-e use running login"_s;
+        // Any program of the user can put a pipe at the login item's name: replaced, never waited on.
+        QTest::newRow("pipe as login item") << u"1 mine pipe"_s << QString() << u"-e use running login"_s;
     }
     void pass()
     {
@@ -117,7 +121,9 @@ private Q_SLOTS:
         if (platform.contains(u"twin"_s))
             m_home.installApplication(u"a.Twin"_s, u"quorin-service --background"_s);
         ServiceEnableHandler::updateUserDefaults(platform.startsWith(u'1'));
-        QVERIFY(TempHome::writeFile(m_autostart, "[Desktop Entry]\nExec=x\n")); // invalid, until rewritten
+        QFile::remove(m_autostart); // an invalid entry until the pass rewrites it, or a pipe
+        QVERIFY(platform.contains(u"pipe"_s) ? ::mkfifo(qPrintable(m_autostart), 0600) == 0
+                                             : TempHome::writeFile(m_autostart, "[Desktop Entry]\nExec=x\n"));
         QFile::remove(m_journal);
         QList<QProcess*> instances;
         const QHash<QString, QStringList> arguments{{u"mine"_s, {u"--background"_s}},
