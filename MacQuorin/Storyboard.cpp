@@ -23,9 +23,7 @@ public:
     {
         if (className != u"ZLButton"_s)
             return QUiLoader::createWidget(className, parent, name);
-        auto* button = new ZLButton(parent);
-        button->setObjectName(name);
-        return button;
+        return new ZLButton(parent); // named by the loader, as every widget
     }
 };
 
