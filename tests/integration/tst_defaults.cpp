@@ -3,17 +3,13 @@
 #include "RecordingLogSink.h"
 #include "Testing.h"
 
-#include <QDateTime>
 #include <QDeadlineTimer>
 #include <QLockFile>
 #include <QRandomGenerator>
-#include <QSet>
 
 #include <cstdio>
-#include <thread>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
 static const QString suiteName = u"K4WQ7ZT2RB.group.zelna.Quorin"_s;
 

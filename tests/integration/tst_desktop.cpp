@@ -4,8 +4,6 @@
 #include "Testing.h"
 #include "XdgLoginItems.h"
 
-#include <sys/stat.h>
-
 static const QString service = u"com.zelna.Quorin.Service"_s;
 static const QString usualExec = u"quorin-service --background %U"_s;
 

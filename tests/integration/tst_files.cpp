@@ -6,15 +6,12 @@
 #include "ZLFileManager.h"
 
 #include <QScopeGuard>
-#include <QSet>
 
 #include <fstream>
-#include <thread>
 
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 using Result = ZLFileManager::ZLFileResult;
 

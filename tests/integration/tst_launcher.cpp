@@ -2,8 +2,6 @@
 
 #include <QStandardPaths>
 
-#include <unistd.h>
-
 #define VERIFY_RUN(condition, run) QVERIFY2(condition, qPrintable((run)->output()))
 
 namespace {

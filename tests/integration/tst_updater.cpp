@@ -9,7 +9,6 @@
 #include "SUUserDriver.h"
 #include "Testing.h"
 
-#include <QDateTime>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>

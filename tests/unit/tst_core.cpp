@@ -7,7 +7,6 @@
 #include "Testing.h"
 
 #include <semaphore>
-#include <thread>
 
 using S = OutputStream;
 
