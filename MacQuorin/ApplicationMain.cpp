@@ -7,6 +7,7 @@
 #include "LauncherLogging.h"
 #include "InstanceChannel.h"
 #include "Platform.h"
+#include "ServiceEnableHandler.h"
 #include "SUStandardUserDriver.h"
 #include "SUUpdater.h"
 #include "Translations.h"
@@ -61,6 +62,17 @@ int ApplicationMain(int argc, char* argv[])
     const bool checking = arguments.size() >= 2 && arguments[1] == u"checkVersion"_s;
     // A checker run from a timer may have no display; it logs what it finds instead of showing it.
     const bool headless = checking && !Platform::hasDisplay();
+    // A later start shows the running launcher's window and ends; a check never forwards. Decided
+    // before the application object is made: a start that hands over needs none.
+    const InstanceChannel::Role role
+        = headless ? InstanceChannel::Role::Alone : Platform::instanceChannel().claim(!checking);
+    if (role == InstanceChannel::Role::HandedOver) {
+        qCDebug(lcLauncher, "handed over to the running launcher");
+        return 0;
+    }
+    // The launch pass's election runs while the application is set up; the pass waits for it.
+    ServiceEnableHandler::startElectionEarly();
+
     std::unique_ptr<QCoreApplication> app;
     std::unique_ptr<QTranslator> translator; // the windows in the user's language, where there is one
     if (headless) {
@@ -74,16 +86,10 @@ int ApplicationMain(int argc, char* argv[])
         QGuiApplication::setDesktopFileName(u"com.zelna.Quorin"_s);
     }
 
-    // A later start shows the running launcher's window and ends; a check never forwards.
     Application application(arguments);
-    if (!headless) {
-        const auto role = Platform::instanceChannel().join(
-            !checking, [&application](const QByteArray& token) { application.reopen(token); });
-        if (role == InstanceChannel::Role::HandedOver) {
-            qCDebug(lcLauncher, "handed over to the running launcher");
-            return 0;
-        }
-    }
+    if (role == InstanceChannel::Role::Listening)
+        Platform::instanceChannel().listen(
+            [&application](const QByteArray& token) { application.reopen(token); });
     const std::unique_ptr<SUUpdater> updater = makeSharedUpdater(Bundle::main(), headless);
     const auto delegate = std::make_shared<AppDelegate>();
     application.setDelegate(delegate.get());

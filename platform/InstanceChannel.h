@@ -15,9 +15,12 @@ public:
     };
 
     virtual ~InstanceChannel() = default;
-    // Becomes the session's launcher, taking later starts' reopen requests (onReopen
-    // runs on the calling thread, with the later start's activation token, if any),
-    // unless another one holds that place; then, when handOver is set, asks that one
-    // to reopen. Decided under a lock, whatever the timing.
-    virtual Role join(bool handOver, std::function<void(const QByteArray& activationToken)> onReopen) = 0;
+    // Takes the session launcher's place, decided under a lock whatever the timing, unless
+    // another one holds it; then, when handOver is set, asks that one to reopen. Needs no
+    // application object: a start that hands over ends before making one.
+    virtual Role claim(bool handOver) = 0;
+    // Once the application object exists, takes later starts' reopen requests in the place
+    // claimed (onReopen runs on the calling thread, with the later start's activation token,
+    // if any). Answers Listening, or Alone when the place was not claimed or cannot be used.
+    virtual Role listen(std::function<void(const QByteArray& activationToken)> onReopen) = 0;
 };

@@ -73,6 +73,12 @@ int32_t ServiceEnableHandler::shell(const QStringList& arguments)
     return Platform::commandRunner().run(commandRunner, arguments);
 }
 
+void ServiceEnableHandler::startElectionEarly()
+{
+    if (const std::optional<bool> enabled = userDefaultsHandler(std::nullopt))
+        Platform::commandRunner().startEarly(commandRunner, electionArguments(*enabled));
+}
+
 void ServiceEnableHandler::handleEnabled(Completion completion)
 {
     const std::optional<bool> enabled = userDefaultsHandler(std::nullopt);

@@ -32,6 +32,9 @@ public:
 
     // Runs the command runner with these arguments and answers its exit status.
     static int32_t shell(const QStringList& arguments);
+    // Reads the flag, as a pass first does, and starts the election that pass will run, so
+    // that it runs while the launcher sets up; the pass then waits for it.
+    static void startElectionEarly();
 
     // Whether a running application is the background service.
     static bool isService(const RunningApplication& application);

@@ -8,10 +8,17 @@
 #include <QLocalSocket>
 #include <QDeadlineTimer>
 #include <QLockFile>
+#include <QScopeGuard>
 #include <QThread>
+
+#include <cerrno>
+#include <cstring>
+
+#include <poll.h>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
@@ -50,11 +57,11 @@ QByteArray checkedToken(const QByteArray& token)
 // environment when the application object is made.
 const QByteArray startToken = checkedToken(activationToken());
 
-bool fromSameUser(const QLocalSocket& socket)
+bool fromSameUser(qintptr socket)
 {
     ucred credentials{};
     socklen_t length = sizeof credentials;
-    return getsockopt(int(socket.socketDescriptor()), SOL_SOCKET, SO_PEERCRED, &credentials, &length) == 0
+    return getsockopt(int(socket), SOL_SOCKET, SO_PEERCRED, &credentials, &length) == 0
            && credentials.uid == getuid();
 }
 
@@ -96,8 +103,7 @@ std::optional<QString> LocalSocketInstanceChannel::socketPath() const
     return *folder + u'/' + m_name + u".socket"_s;
 }
 
-InstanceChannel::Role LocalSocketInstanceChannel::join(bool handOver,
-                                                       std::function<void(const QByteArray&)> onReopen)
+InstanceChannel::Role LocalSocketInstanceChannel::claim(bool handOver)
 {
     const auto path = socketPath();
     if (!path) {
@@ -124,47 +130,68 @@ InstanceChannel::Role LocalSocketInstanceChannel::join(bool handOver,
             return Role::Alone;
         }
     }
-    if (listen(*path, std::move(onReopen)))
-        return Role::Listening;
-    m_lock.reset(); // held without listening, it would make every later start wait for nothing
-    return Role::Alone;
+    m_path = path;
+    return Role::Listening;
 }
 
+// Plain POSIX calls: a start that hands over ends before it has an application object.
 bool LocalSocketInstanceChannel::forwardReopen(const QString& path, const QDeadlineTimer& deadline) const
 {
-    QLocalSocket socket;
-    socket.connectToServer(path);
-    if (!socket.waitForConnected(timeoutMs))
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const QByteArray encoded = QFile::encodeName(path);
+    if (size_t(encoded.size()) >= sizeof address.sun_path)
         return false;
-    if (!fromSameUser(socket)) {
+    std::memcpy(address.sun_path, encoded.constData(), size_t(encoded.size()));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const auto closeSocket = qScopeGuard([fd] {
+        if (fd >= 0)
+            ::close(fd);
+    });
+    if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        return false;
+    if (!fromSameUser(fd)) {
         SystemLog::logText(u"The launcher socket "_s + path
                            + u" belongs to another user; not handing over"_s);
         return false;
     }
-    socket.write(request + (startToken.isEmpty() ? QByteArray() : ' ' + startToken) + '\n');
-    if (!socket.waitForBytesWritten(timeoutMs))
+    const QByteArray line = request + (startToken.isEmpty() ? QByteArray() : ' ' + startToken) + '\n';
+    if (::send(fd, line.constData(), size_t(line.size()), MSG_NOSIGNAL) != line.size())
         return false;
     // A holder still starting answers once its event loop runs: wait on this one request
     // rather than send another, which it would also answer with a reopen.
-    while (socket.bytesAvailable() < answer.size()
-           && socket.waitForReadyRead(int(std::max<qint64>(deadline.remainingTime(), timeoutMs)))) { }
-    return socket.readAll() == answer;
+    QByteArray reply;
+    char buffer[16];
+    for (pollfd ready{fd, POLLIN, 0}; reply.size() < answer.size();) {
+        const int waited = ::poll(&ready, 1, int(std::max<qint64>(deadline.remainingTime(), timeoutMs)));
+        const ssize_t n = waited > 0 ? ::recv(fd, buffer, sizeof buffer, 0) : 0;
+        if (n > 0)
+            reply.append(buffer, n);
+        else if (!(waited < 0 && errno == EINTR))
+            break;
+    }
+    return reply == answer;
 }
 
-bool LocalSocketInstanceChannel::listen(const QString& path, std::function<void(const QByteArray&)> onReopen)
+InstanceChannel::Role LocalSocketInstanceChannel::listen(std::function<void(const QByteArray&)> onReopen)
 {
+    if (!m_path)
+        return Role::Alone;
+    const QString path = *m_path;
     QLocalServer::removeServer(path); // left behind by a launcher that was killed
     auto server = std::make_unique<QLocalServer>();
     server->setSocketOptions(QLocalServer::UserAccessOption);
     if (!server->listen(path)) {
         SystemLog::logText(u"Cannot listen on "_s + path + u": "_s + server->errorString());
-        return false;
+        m_lock.reset(); // held without listening, it would make every later start wait for nothing
+        m_path.reset();
+        return Role::Alone;
     }
     QLocalServer* raw = server.get();
     QObject::connect(raw, &QLocalServer::newConnection, raw, [raw, onReopen = std::move(onReopen)] {
         while (QLocalSocket* socket = raw->nextPendingConnection()) {
             QObject::connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
-            if (!fromSameUser(*socket)) {
+            if (!fromSameUser(socket->socketDescriptor())) {
                 socket->abort();
                 continue;
             }
@@ -183,5 +210,5 @@ bool LocalSocketInstanceChannel::listen(const QString& path, std::function<void(
         }
     });
     m_server = std::move(server);
-    return true;
+    return Role::Listening;
 }

@@ -18,16 +18,17 @@ public:
     explicit LocalSocketInstanceChannel(QString name = QStringLiteral("zelna-quorin"));
     ~LocalSocketInstanceChannel() override;
 
-    Role join(bool handOver, std::function<void(const QByteArray&)> onReopen) override;
+    Role claim(bool handOver) override;
+    Role listen(std::function<void(const QByteArray&)> onReopen) override;
 
     // $XDG_RUNTIME_DIR/NAME.socket, or a private folder in /tmp without one.
     std::optional<QString> socketPath() const;
 
 private:
     bool forwardReopen(const QString& path, const QDeadlineTimer& deadline) const;
-    bool listen(const QString& path, std::function<void(const QByteArray&)> onReopen);
 
     QString m_name;
+    std::optional<QString> m_path;     // the socket of the place claimed
     std::unique_ptr<QLockFile> m_lock; // held for as long as this process is the launcher
     std::unique_ptr<QLocalServer> m_server;
 };

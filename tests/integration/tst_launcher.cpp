@@ -209,7 +209,8 @@ private Q_SLOTS:
         m_env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-test_TIME42"_s); // what the desktop gives a start
         auto second = launch();                                     // no service pass of its own
         m_env.remove(u"DESKTOP_STARTUP_ID"_s);
-        VERIFY_RUN(second->finish() == 0 && second->says(handedOver) && !second->says(u"ZELNA_LOG"_s),
+        VERIFY_RUN(second->finish() == 0 && second->says(handedOver) && !second->says(u"ZELNA_LOG"_s)
+                       && TempHome::readFile(path(u"pluginkit.log"_s)).count(u'\n') == 1,
                    second);
         VERIFY_RUN(first->waitFor(window)
                        && first->says(u"ZENLA Launcher Handling accessory state on reopen"_s)
