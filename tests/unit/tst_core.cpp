@@ -106,7 +106,8 @@ private Q_SLOTS:
             {"[%c]a%nb%hhnc[%*d][%.*f]", {}, "[]abc[0][0.000000]"},
             {"%y %k caf\xc3\xa9 50%", {}, "%y %k caf\xc3\xa9 50%"}, // unknown directives kept as written
             {"%@-%@-%@ %d %f %s %@", three + three, "one-(null)-three 0 0.000000 three (null)"}, // in turn
-            {"%-6@|%.2s|%@", {"ab", "xyz", "%d%n%s"}, "ab    |xy|%d%n%s"}};
+            {"%-6@|%.2s|%@", {"ab", "xyz", "%d%n%s"}, "ab    |xy|%d%n%s"},
+            {"%n%c%@", {"n", "c", "shown"}, "shown"}};
         for (const auto& [format, args, expected] : cases)
             QCOMPARE(PrintfFormat::render(format, args), expected);
         const int max = PrintfFormat::maxFieldWidth;
