@@ -236,8 +236,7 @@ private Q_SLOTS:
         writeInfo(
             "<key>SUFeedURL</key><integer>42</integer><key>ZLHelpBaseURL</key><string>https://h.example/"
             "</string><key>ZLHelpPageFragment</key><string>guide</string>");
-        const QString plist = m_home->configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s,
-                      opened = path(u"opened"_s);
+        const QString plist = m_home->configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s;
         QVERIFY(
             TempHome::writeFile(plist, "<plist><dict><key>QREnabled</key><string>0</string></dict></plist>")
             && TempHome::writeFile(path(u"bundle/bin/xdg-open"_s),
@@ -264,7 +263,7 @@ private Q_SLOTS:
         const QList<std::tuple<QString, QString, QString>> presses{
             {u"space"_s, plist, u"<string>1</string>"_s},
             {u"Tab space"_s, preview, u"{\"previewEnabled\":false}"_s},
-            {u"Tab Tab space"_s, opened, u"https://h.example/#guide\n"_s},
+            {u"Tab Tab space"_s, path(u"opened"_s), u"https://h.example/#guide\n"_s},
             {u"shift+Tab shift+Tab shift+Tab space"_s, plist, u"<string>0</string>"_s}};
         for (const auto& [keys, file, text] : presses) {
             xdotool(QStringList{u"key"_s} + keys.split(u' '));

@@ -7,7 +7,6 @@
 #include "Workspace.h"
 
 #include <QMutex>
-#include <QStringList>
 #include <QVariantMap>
 #include <QVersionNumber>
 

@@ -2,10 +2,8 @@
 
 #include "ProcFs.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 
 #include <grp.h>
 #include <unistd.h>
@@ -33,13 +31,11 @@ void TempHome::applyToProcess() const
         qputenv(name, QFile::encodeName(value));
 }
 
-QString TempHome::installApplication(const QString& identifier, const QString& exec) const
+void TempHome::installApplication(const QString& identifier, const QString& exec) const
 {
-    const QString file = applicationsDir() + u'/' + identifier + u".desktop"_s;
     const QString entry = u"[Desktop Entry]\nType=Application\nVersion=1.4\nName="_s + identifier
                           + u"\nExec="_s + exec + u"\nNoDisplay=true\n"_s;
-    writeFile(file, entry.toUtf8());
-    return file;
+    writeFile(applicationsDir() + u'/' + identifier + u".desktop"_s, entry.toUtf8());
 }
 
 QString TempHome::readFile(const QString& path)

@@ -27,7 +27,7 @@ public:
     void applyToProcess() const;
 
     // Writes an application entry NAME.desktop whose Exec is the given command line.
-    QString installApplication(const QString& identifier, const QString& exec) const;
+    void installApplication(const QString& identifier, const QString& exec) const;
 
     static QString readFile(const QString& path);
     static bool writeFile(const QString& path, const QByteArray& bytes);
