@@ -4,11 +4,10 @@
 #include "XdgDirs.h"
 
 #include <QDir>
-#include <QLocalServer>
-#include <QLocalSocket>
 #include <QDeadlineTimer>
 #include <QLockFile>
 #include <QScopeGuard>
+#include <QSocketNotifier>
 #include <QThread>
 
 #include <cerrno>
@@ -85,6 +84,57 @@ std::optional<QString> privateFolder(const QString& path)
     return path;
 }
 
+// The address of a socket file, when its path fits.
+std::optional<sockaddr_un> socketAddress(const QString& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const QByteArray encoded = QFile::encodeName(path);
+    if (size_t(encoded.size()) >= sizeof address.sun_path)
+        return std::nullopt;
+    std::memcpy(address.sun_path, encoded.constData(), size_t(encoded.size()));
+    return address;
+}
+
+// One later start's connection: its request line is read as it arrives, answered, and closed.
+class ReopenRequest : public QObject {
+public:
+    ReopenRequest(int fd, std::function<void(const QByteArray&)> onReopen)
+        : m_fd(fd)
+        , m_notifier(fd, QSocketNotifier::Read)
+        , m_onReopen(std::move(onReopen))
+    {
+        QObject::connect(&m_notifier, &QSocketNotifier::activated, this, &ReopenRequest::read);
+    }
+    ~ReopenRequest() override { ::close(m_fd); }
+
+private:
+    void read()
+    {
+        char buffer[256];
+        const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
+        if (n < 0 && (errno == EAGAIN || errno == EINTR))
+            return;
+        m_line.append(buffer, std::max<ssize_t>(n, 0));
+        const qsizetype end = m_line.indexOf('\n');
+        if (n > 0 && end < 0 && m_line.size() < maxRequestBytes)
+            return;
+        m_notifier.setEnabled(false);
+        const auto [word, token]
+            = splitRequest(m_line.left(std::min(end < 0 ? m_line.size() : end, maxRequestBytes)));
+        if (end >= 0 && word == request) {
+            ::send(m_fd, answer.constData(), size_t(answer.size()), MSG_NOSIGNAL);
+            m_onReopen(checkedToken(token));
+        }
+        deleteLater();
+    }
+
+    int m_fd;
+    QSocketNotifier m_notifier;
+    std::function<void(const QByteArray&)> m_onReopen;
+    QByteArray m_line;
+};
+
 } // namespace
 
 LocalSocketInstanceChannel::LocalSocketInstanceChannel(QString name) : m_name(std::move(name)) { }
@@ -137,18 +187,13 @@ InstanceChannel::Role LocalSocketInstanceChannel::claim(bool handOver)
 // Plain POSIX calls: a start that hands over ends before it has an application object.
 bool LocalSocketInstanceChannel::forwardReopen(const QString& path, const QDeadlineTimer& deadline) const
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const QByteArray encoded = QFile::encodeName(path);
-    if (size_t(encoded.size()) >= sizeof address.sun_path)
-        return false;
-    std::memcpy(address.sun_path, encoded.constData(), size_t(encoded.size()));
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const std::optional<sockaddr_un> address = socketAddress(path);
+    const int fd = address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
     const auto closeSocket = qScopeGuard([fd] {
         if (fd >= 0)
             ::close(fd);
     });
-    if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0)
         return false;
     if (!fromSameUser(fd)) {
         SystemLog::logText(u"The launcher socket "_s + path
@@ -175,40 +220,32 @@ bool LocalSocketInstanceChannel::forwardReopen(const QString& path, const QDeadl
 
 InstanceChannel::Role LocalSocketInstanceChannel::listen(std::function<void(const QByteArray&)> onReopen)
 {
-    if (!m_path)
-        return Role::Alone;
-    const QString path = *m_path;
-    QLocalServer::removeServer(path); // left behind by a launcher that was killed
-    auto server = std::make_unique<QLocalServer>();
-    server->setSocketOptions(QLocalServer::UserAccessOption);
-    if (!server->listen(path)) {
-        SystemLog::logText(u"Cannot listen on "_s + path + u": "_s + server->errorString());
+    std::optional<sockaddr_un> address = m_path ? socketAddress(*m_path) : std::nullopt;
+    const int fd = address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1;
+    // A socket file left behind by a launcher that was killed is replaced; the folder is this
+    // user's alone, and so is the socket.
+    if (address)
+        ::unlink(address->sun_path);
+    if (fd < 0 || ::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0
+        || ::chmod(address->sun_path, 0600) != 0 || ::listen(fd, 16) != 0) {
+        if (m_path)
+            SystemLog::logText(u"Cannot listen on "_s + *m_path + u": "_s
+                               + QString::fromLocal8Bit(std::strerror(errno)));
+        if (fd >= 0)
+            ::close(fd);
         m_lock.reset(); // held without listening, it would make every later start wait for nothing
         m_path.reset();
         return Role::Alone;
     }
-    QLocalServer* raw = server.get();
-    QObject::connect(raw, &QLocalServer::newConnection, raw, [raw, onReopen = std::move(onReopen)] {
-        while (QLocalSocket* socket = raw->nextPendingConnection()) {
-            QObject::connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
-            if (!fromSameUser(socket->socketDescriptor())) {
-                socket->abort();
-                continue;
+    m_server = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);
+    QObject::connect(
+        m_server.get(), &QSocketNotifier::activated, m_server.get(), [fd, onReopen = std::move(onReopen)] {
+            for (int client; (client = ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;) {
+                if (fromSameUser(client))
+                    new ReopenRequest(client, onReopen);
+                else
+                    ::close(client);
             }
-            QObject::connect(socket, &QLocalSocket::readyRead, socket, [socket, onReopen] {
-                if (!socket->canReadLine() && socket->bytesAvailable() < maxRequestBytes)
-                    return;
-                const QByteArray line = socket->readLine(maxRequestBytes).chopped(1);
-                const auto [word, token] = splitRequest(line);
-                if (word == request) {
-                    socket->write(answer);
-                    socket->flush();
-                    onReopen(checkedToken(token));
-                }
-                socket->disconnectFromServer();
-            });
-        }
-    });
-    m_server = std::move(server);
+        });
     return Role::Listening;
 }

@@ -7,7 +7,7 @@
 #include <memory>
 #include <optional>
 
-class QLocalServer;
+class QSocketNotifier;
 class QDeadlineTimer;
 class QLockFile;
 
@@ -28,7 +28,7 @@ private:
     bool forwardReopen(const QString& path, const QDeadlineTimer& deadline) const;
 
     QString m_name;
-    std::optional<QString> m_path;     // the socket of the place claimed
-    std::unique_ptr<QLockFile> m_lock; // held for as long as this process is the launcher
-    std::unique_ptr<QLocalServer> m_server;
+    std::optional<QString> m_path;             // the socket of the place claimed
+    std::unique_ptr<QLockFile> m_lock;         // held for as long as this process is the launcher
+    std::unique_ptr<QSocketNotifier> m_server; // on the listening socket, which lives with the process
 };
