@@ -55,6 +55,7 @@ private Q_SLOTS:
         QCOMPARE(XdgLoginItems::execWithProgram(u" \t\"/usr/bin/en\"v\t-x"_s, u"/usr/bin/env"_s),
                  u"/usr/bin/env\t-x"_s);
         QCOMPARE(XdgLoginItems::execWithProgram(u"'my svc' %U"_s, u"/opt/my svc"_s), u"\"/opt/my svc\" %U"_s);
+        QCOMPARE(XdgLoginItems::execWithProgram(u"svc -x"_s, u"/o/svc"_s), u"/o/svc -x"_s);
         QCOMPARE(XdgLoginItems::execWithProgram(u"\"a\\\"b\" %U"_s, u"/o/1%a\"b$"_s),
                  u"\"/o/1%%a\\\"b\\$\" %U"_s);
         XdgLoginItems items;
@@ -76,11 +77,14 @@ private Q_SLOTS:
 
     void neverByPidAlone()
     {
+        const uint openFiles = QDir(u"/proc/self/fd"_s).count();
         const ProcFs::Process self = *ProcFs().process(QCoreApplication::applicationPid());
         // The process at a pid may run another program by now, or be another user's: this one, say.
         QVERIFY(
             !LinuxWorkspace().forceTerminate({self.pid, service, m_service})
             && !LinuxWorkspace(nullptr, self.uid + 1).forceTerminate({self.pid, service, self.executable}));
+        QVERIFY(ProcFs().processes().size() > 1);
+        QCOMPARE(QDir(u"/proc/self/fd"_s).count(), openFiles); // nothing left open
     }
 
     void pass_data()

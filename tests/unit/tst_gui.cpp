@@ -15,6 +15,7 @@
 #include <QDesktopServices>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
+#include <QPushButton>
 #include <QTextBrowser>
 
 namespace {
@@ -191,7 +192,10 @@ private Q_SLOTS:
                                        u""_s, u"http://example.com/q"_s, u"HTTPS://example.com/q"_s})
             Q_EMIT notes->anchorClicked(QUrl(address));
         QCOMPARE(m_opened, (QStringList{u"http://example.com/q"_s, u"https://example.com/q"_s}));
-        alert->close();
+        const auto buttons = alert->findChildren<QPushButton*>();
+        QTest::mouseClick(*std::ranges::find(buttons, u"Remind Me &Later"_s, &QPushButton::text),
+                          Qt::LeftButton);
+        QVERIFY(!alert->isVisible()); // answered, then closed
         const QString later = QString::number(int(SUUserDriver::Choice::RemindLater));
         QCOMPARE(replies, QStringList({u"2.0 "_s + later, u"2.0 "_s + later, u"3.0 "_s + later}));
     }
