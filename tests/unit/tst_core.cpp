@@ -136,6 +136,19 @@ private Q_SLOTS:
         QTRY_COMPARE(m_sink->lines().filter(u"StreamError: "_s).size(), 1);
         QTest::qWait(20);
         QCOMPARE(m_sink->lines().size(), 1);
+        // An event queued for a stream that is gone finds nothing (it once ran on the freed stream).
+        struct Recorder : StreamDelegate {
+            int events = 0;
+            void stream(OutputStream*, int) override { ++events; }
+        } recorder;
+        {
+            OutputStream dropped(m_dir.path() + u"/gone"_s, true);
+            dropped.setDelegate(&recorder);
+            dropped.scheduleInCurrentRunLoop();
+            dropped.post(OutputStream::HasSpaceAvailable);
+        }
+        QTest::qWait(20);
+        QCOMPARE(recorder.events, 0);
     }
 };
 
