@@ -7,7 +7,6 @@
 #include "PlistDocument.h"
 #include "PrintfFormat.h"
 #include "SUAppcast.h"
-#include "SUStandardVersionComparator.h"
 #include "XdgLoginItems.h"
 
 #include <QDir>
@@ -99,16 +98,6 @@ const Target targets[] = {
              args.append(part == "(nil)" ? PrintfFormat::Argument() : PrintfFormat::Argument(part));
          FUZZ_CHECK(PrintfFormat::render(format, args).size() <= PrintfFormat::maxLineBytes);
          FUZZ_CHECK(PrintfFormat::render(format).size() <= PrintfFormat::maxLineBytes);
-     }},
-    // Versions from the feed and the bundle: two, split at the first line break.
-    {"fuzz_version_comparator", nullptr,
-     [](const QByteArray& input) {
-         const QString a = QString::fromUtf8(input).section(u'\n', 0, 0);
-         const QString b = QString::fromUtf8(input).section(u'\n', 1);
-         FUZZ_CHECK(SUStandardVersionComparator::compareVersions(a, a) == 0);
-         const auto sign = [](int value) { return (value > 0) - (value < 0); };
-         FUZZ_CHECK(sign(SUStandardVersionComparator::compareVersions(a, b))
-                    == -sign(SUStandardVersionComparator::compareVersions(b, a)));
      }},
 };
 
