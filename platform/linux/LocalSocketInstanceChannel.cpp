@@ -9,6 +9,7 @@
 #include <QScopeGuard>
 #include <QSocketNotifier>
 #include <QThread>
+#include <QTimer>
 
 #include <cerrno>
 #include <cstring>
@@ -105,6 +106,7 @@ public:
         , m_onReopen(std::move(onReopen))
     {
         QObject::connect(&m_notifier, &QSocketNotifier::activated, this, &ReopenRequest::read);
+        QTimer::singleShot(timeoutMs, this, &QObject::deleteLater); // one that sends nothing is not kept
     }
     ~ReopenRequest() override { ::close(m_fd); }
 
@@ -156,8 +158,9 @@ std::optional<QString> LocalSocketInstanceChannel::socketPath() const
 InstanceChannel::Role LocalSocketInstanceChannel::claim(bool handOver)
 {
     const auto path = socketPath();
-    if (!path) {
-        SystemLog::logText(u"No private runtime folder: this launcher cannot be reopened by a later start"_s);
+    if (!path || !socketAddress(*path)) {
+        SystemLog::logText(u"No private runtime folder (or its path is too long for a socket): this "
+                           "launcher cannot be reopened by a later start"_s);
         return Role::Alone;
     }
     // Whoever holds the lock is the launcher; it goes with the process, and the
@@ -188,7 +191,9 @@ InstanceChannel::Role LocalSocketInstanceChannel::claim(bool handOver)
 bool LocalSocketInstanceChannel::forwardReopen(const QString& path, const QDeadlineTimer& deadline) const
 {
     const std::optional<sockaddr_un> address = socketAddress(path);
-    const int fd = address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
+    // Not blocking: a holder too busy to accept fills its backlog, and a connect would then wait
+    // past the deadline; refused, it is tried again until then.
+    const int fd = address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1;
     const auto closeSocket = qScopeGuard([fd] {
         if (fd >= 0)
             ::close(fd);

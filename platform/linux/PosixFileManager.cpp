@@ -107,7 +107,7 @@ std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteA
     const QByteArray name = encoded(path);
     const qsizetype slash = name.lastIndexOf('/');
     const QByteArray folderName = slash < 0 ? "." : slash == 0 ? "/" : name.left(slash);
-    const Descriptor folder{::open(folderName.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    const Descriptor folder{::open(folderName.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
     if (folder.fd < 0)
         return ZLError::fromErrno(errno, path);
     const QByteArray leaf = name.mid(slash + 1);
@@ -133,9 +133,12 @@ std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteA
         done += std::max<ssize_t>(n, 0);
     }
     if (unnamed) {
+        // On disk before it has a name: a power cut never leaves the name on an empty file.
         const QByteArray self = "/proc/self/fd/" + QByteArray::number(file.fd);
-        if (::linkat(AT_FDCWD, self.constData(), folder.fd, leaf.constData(), AT_SYMLINK_FOLLOW) != 0)
+        if (::fdatasync(file.fd) != 0
+            || ::linkat(AT_FDCWD, self.constData(), folder.fd, leaf.constData(), AT_SYMLINK_FOLLOW) != 0)
             return failed(errno);
+        return std::nullopt; // whole at its name, whatever closing it says
     }
     const int fd = std::exchange(file.fd, -1);
     if (::close(fd) != 0 && errno != EINTR)

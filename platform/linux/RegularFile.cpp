@@ -1,7 +1,9 @@
 #include "RegularFile.h"
 
 #include <QFile>
+#include <QScopeGuard>
 
+#include <algorithm>
 #include <cerrno>
 
 #include <fcntl.h>
@@ -15,8 +17,7 @@ std::variant<QByteArray, ZLError> RegularFile::read(const QString& path, qint64 
     const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
         return ZLError::fromErrno(errno, path);
-    const std::unique_ptr<const int, void (*)(const int*)> closer(&fd,
-                                                                  [](const int* open) { ::close(*open); });
+    const auto closeFile = qScopeGuard([fd] { ::close(fd); });
     struct stat info { };
     if (::fstat(fd, &info) != 0)
         return ZLError::fromErrno(errno, path);
