@@ -77,6 +77,8 @@ private Q_SLOTS:
 
     void neverByPidAlone()
     {
+        const int input = ::dup(STDIN_FILENO); // there may be no standard input: 0 is closed like any other
+        ::close(STDIN_FILENO);
         const uint openFiles = QDir(u"/proc/self/fd"_s).count();
         const ProcFs::Process self = *ProcFs().process(QCoreApplication::applicationPid());
         // The process at a pid may run another program by now, or be another user's: this one, say.
@@ -85,6 +87,7 @@ private Q_SLOTS:
             && !LinuxWorkspace(nullptr, self.uid + 1).forceTerminate({self.pid, service, self.executable}));
         QVERIFY(ProcFs().processes().size() > 1);
         QCOMPARE(QDir(u"/proc/self/fd"_s).count(), openFiles); // nothing left open
+        QCOMPARE(::dup(input), STDIN_FILENO);                  // standard input back where it was
     }
 
     void pass_data()

@@ -1,7 +1,5 @@
 #include "Testing.h"
 
-#include <QStandardPaths>
-
 #define VERIFY_RUN(condition, run) QVERIFY2(condition, qPrintable((run)->output()))
 
 namespace {
@@ -230,9 +228,6 @@ private Q_SLOTS:
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
         QSKIP("the X libraries' own threads are not instrumented");
 #endif
-        if (QStandardPaths::findExecutable(u"Xvfb"_s).isEmpty()
-            || QStandardPaths::findExecutable(u"xdotool"_s).isEmpty())
-            QSKIP("needs Xvfb and xdotool");
         writeInfo(
             "<key>SUFeedURL</key><integer>42</integer><key>ZLHelpBaseURL</key><string>https://h.example/"
             "</string><key>ZLHelpPageFragment</key><string>guide</string>");
