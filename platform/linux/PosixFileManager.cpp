@@ -6,7 +6,6 @@
 
 #include <QFile>
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -128,9 +127,11 @@ std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteA
     };
     for (qsizetype done = 0; done < bytes.size();) {
         const ssize_t n = ::write(file.fd, bytes.constData() + done, size_t(bytes.size() - done));
-        if (n < 0 && errno != EINTR)
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
             return failed(errno);
-        done += std::max<ssize_t>(n, 0);
+        done += n;
     }
     if (unnamed) {
         // On disk before it has a name: a power cut never leaves the name on an empty file.

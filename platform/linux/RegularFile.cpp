@@ -3,7 +3,6 @@
 #include <QFile>
 #include <QScopeGuard>
 
-#include <algorithm>
 #include <cerrno>
 
 #include <fcntl.h>
@@ -36,12 +35,14 @@ std::variant<QByteArray, ZLError> RegularFile::read(const QString& path, qint64 
     char chunk[16384];
     for (;;) {
         const ssize_t n = ::read(fd, chunk, sizeof chunk);
-        if (n < 0 && errno != EINTR)
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
             return ZLError::fromErrno(errno, path);
         if (n == 0)
             return bytes;
         if (bytes.size() + n > maxBytes)
             return unsuitable(); // grew while read
-        bytes.append(chunk, std::max<ssize_t>(n, 0));
+        bytes.append(chunk, n);
     }
 }
