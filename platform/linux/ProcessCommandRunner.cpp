@@ -33,11 +33,15 @@ void ProcessCommandRunner::startEarly(const QString& program, const QStringList&
     const std::lock_guard lock(m_mutex);
     if (m_early)
         return;
-    if (const auto pid = start(program, arguments))
+    // Nothing but this program's own close-on-exec descriptors is open this
+    // early, so GLib may use posix_spawn: no copy of the page tables, and no
+    // copy-on-write faults in the start-up that runs beside the child.
+    if (const auto pid = start(program, arguments, Descriptors::LeaveOpen))
         m_early = Started{program, arguments, *pid};
 }
 
-std::optional<pid_t> ProcessCommandRunner::start(const QString& program, const QStringList& arguments)
+std::optional<pid_t> ProcessCommandRunner::start(const QString& program, const QStringList& arguments,
+                                                 Descriptors descriptors)
 {
     QList<QByteArray> words{QFile::encodeName(program)};
     for (const QString& argument : arguments)
@@ -49,7 +53,8 @@ std::optional<pid_t> ProcessCommandRunner::start(const QString& program, const Q
     GPid pid = 0;
     GError* rawError = nullptr;
     const auto flags
-        = GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_CHILD_INHERITS_STDIN);
+        = GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_CHILD_INHERITS_STDIN
+                      | (descriptors == Descriptors::LeaveOpen ? G_SPAWN_LEAVE_DESCRIPTORS_OPEN : 0));
     if (!g_spawn_async(nullptr, argv.data(), nullptr, flags, nullptr, nullptr, &pid, &rawError)) {
         const GErrorPtr error(rawError);
         SystemLog::logText(u"Could not run "_s + program + u": "_s

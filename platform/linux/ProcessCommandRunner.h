@@ -20,7 +20,9 @@ private:
         QStringList arguments;
         pid_t pid;
     };
-    static std::optional<pid_t> start(const QString& program, const QStringList& arguments);
+    enum class Descriptors { Close, LeaveOpen };
+    static std::optional<pid_t> start(const QString& program, const QStringList& arguments,
+                                      Descriptors descriptors = Descriptors::Close);
     static int wait(pid_t pid);
 
     std::mutex m_mutex;
