@@ -34,6 +34,7 @@ std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle, bool headless
     const qint64 seconds = interval.toLongLong(&isNumber);
     host.checkInterval = SUUpdater::checkInterval(
         isNumber && interval.typeId() != QMetaType::QString ? std::optional(seconds) : std::nullopt);
+    host.moduleDirectory = bundle.modulePath();
     const QString name = bundle.objectForInfoDictionaryKey(u"CFBundleName"_s).toString();
     std::unique_ptr<SUUserDriver> driver;
     if (headless)

@@ -64,6 +64,7 @@ os.makedirs(os.path.join(bundle, "bin"))
 os.makedirs(os.path.join(bundle, "share", "zelna-quorin"))
 shutil.copy(launcher, os.path.join(bundle, "bin"))
 shutil.copy(main_ui, os.path.join(bundle, "share", "zelna-quorin"))
+shutil.copytree(os.path.join(build, "lib"), os.path.join(bundle, "lib"))
 with open(os.path.join(build, "share", "zelna-quorin", "Info.plist")) as f:
     info = f.read()
 start = info.index("<key>SUFeedURL</key>")

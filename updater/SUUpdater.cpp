@@ -5,13 +5,12 @@
 #include "Platform.h"
 #include "SystemLog.h"
 #include "SUAppcast.h"
+#include "SUFeedDownloadModule.h"
 #include "SUStandardVersionComparator.h"
 #include "SUUpdaterDelegate.h"
 #include "SUUserDriver.h"
 
 #include <QDateTime>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 
 #include <atomic>
 
@@ -26,10 +25,9 @@ const QString thisSystem = u"linux"_s;
 
 } // namespace
 
-SUUpdater::SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver, QNetworkAccessManager* network)
+SUUpdater::SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver)
     : m_host(std::move(host))
     , m_driver(std::move(driver))
-    , m_network(network)
     , m_runner(this)
 {
     m_scheduler.setSingleShot(true);
@@ -153,7 +151,7 @@ void SUUpdater::scheduleNextCheck()
 
 void SUUpdater::startCheck()
 {
-    if (m_reply)
+    if (m_checking)
         return; // one check at a time
     const QUrl url = feedURL();
     const QString scheme = url.scheme().toLower();
@@ -166,49 +164,26 @@ void SUUpdater::startCheck()
     if (auto defaults = Platform::defaults().open(m_host.defaultsSuite))
         defaults->setValue(lastCheckTimeKey, QDateTime::currentDateTimeUtc());
 
-    QNetworkRequest request(url);
-    request.setTransferTimeout(int(m_host.timeout.count()));
-    request.setMaximumRedirectsAllowed(5);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-    request.setHeader(QNetworkRequest::UserAgentHeader, QString(u"ZELNA Quorin/"_s + m_host.displayVersion));
-    if (!m_network)
-        m_network = new QNetworkAccessManager(this); // made at the first check, not at start-up
-    m_reply = m_network->get(request);
-    QNetworkReply* reply = m_reply;
-    connect(reply, &QNetworkReply::downloadProgress, this, [this, reply](qint64 received, qint64 total) {
-        if (received > m_host.maxFeedBytes || total > m_host.maxFeedBytes) {
-            reply->setProperty("tooLarge", true);
-            reply->abort();
-        }
-    });
-    // The transfer time-out only notices silence; a server that trickles bytes
-    // for ever is stopped here.
-    QTimer::singleShot(m_host.deadline, reply, [reply] {
-        reply->setProperty("overdue", true);
-        reply->abort();
-    });
-    connect(reply, &QNetworkReply::finished, this, &SUUpdater::finishCheck);
+    QString error;
+    if (!m_download && !(m_download = SUFeedDownloadModule::create(m_host.moduleDirectory, &error))) {
+        finishCheck(url, {}, u"failed: "_s + error);
+        return;
+    }
+    m_checking = true;
+    m_download->start({url, u"ZELNA Quorin/"_s + m_host.displayVersion, m_host.timeout, m_host.deadline,
+                       m_host.maxFeedBytes},
+                      [this, url](const QByteArray& bytes, const QString& failure) {
+                          m_checking = false;
+                          finishCheck(url, bytes, failure);
+                      });
 }
 
-void SUUpdater::finishCheck()
+void SUUpdater::finishCheck(const QUrl& url, const QByteArray& bytes, const QString& error)
 {
-    QNetworkReply* reply = m_reply;
-    m_reply = nullptr;
-    if (!reply)
-        return;
-    reply->deleteLater();
-    const QString url = reply->request().url().toString();
-    if (reply->property("tooLarge").toBool()) {
-        fail(u"update check of "_s + url + u" stopped: the feed is larger than "_s
-             + QString::number(m_host.maxFeedBytes) + u" bytes"_s);
-    } else if (reply->property("overdue").toBool()) {
-        fail(u"update check of "_s + url + u" stopped: the feed did not arrive within "_s
-             + QString::number(m_host.deadline.count()) + u" ms"_s);
-    } else if (reply->error() != QNetworkReply::NoError) {
-        fail(u"update check of "_s + url + u" failed: "_s + reply->errorString());
-    } else {
-        handleFeed(reply->readAll());
-    }
+    if (error.isEmpty())
+        handleFeed(bytes);
+    else
+        fail(u"update check of "_s + url.toString() + u' ' + error);
     scheduleNextCheck();
     Q_EMIT checkFinished();
 }

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "SUAppcastItem.h"
+#include "SUFeedDownload.h"
 
 #include <QMutex>
 #include <QObject>
-#include <QPointer>
 #include <QTimer>
 #include <QUrl>
 
@@ -14,8 +14,6 @@
 #include <memory>
 #include <optional>
 
-class QNetworkAccessManager;
-class QNetworkReply;
 class SUUpdaterDelegate;
 class SUUserDriver;
 
@@ -33,12 +31,13 @@ public:
         std::chrono::milliseconds timeout{std::chrono::seconds(30)}; // without a byte received
         std::chrono::milliseconds deadline{std::chrono::minutes(2)}; // for the whole feed
         qint64 maxFeedBytes = 8 * 1024 * 1024;
+        QString moduleDirectory; // where the network module is
     };
 
     static constexpr std::chrono::seconds defaultCheckInterval{24 * 60 * 60};
     static constexpr std::chrono::seconds minimumCheckInterval{60 * 60};
 
-    SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver, QNetworkAccessManager* network = nullptr);
+    SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver);
     ~SUUpdater() override;
 
     // The process-wide updater, when the application made one.
@@ -67,7 +66,7 @@ Q_SIGNALS:
 
 private:
     void startCheck();
-    void finishCheck();
+    void finishCheck(const QUrl& url, const QByteArray& bytes, const QString& error);
     void handleFeed(const QByteArray& bytes);
     void scheduleNextCheck();
     SUUpdaterDelegate* delegate() const;
@@ -78,10 +77,10 @@ private:
 
     Host m_host;
     std::unique_ptr<SUUserDriver> m_driver;
-    QNetworkAccessManager* m_network; // nullptr until the first check
-    WorkRunner m_runner;              // brings calls from other threads to this one
+    std::unique_ptr<SUFeedDownload> m_download; // loaded at the first check
+    bool m_checking = false;
+    WorkRunner m_runner; // brings calls from other threads to this one
     QTimer m_scheduler;
-    QPointer<QNetworkReply> m_reply;
     bool m_relaunched = false;
     bool m_relaunchSent = false;
 

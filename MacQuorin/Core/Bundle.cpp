@@ -34,6 +34,7 @@ std::optional<QVariantMap> readInfo(const QString& path)
 
 Bundle::Bundle(const QString& binDirectory)
     : m_resourcePath(QDir::cleanPath(binDirectory + u"/../"_s + QLatin1StringView(resourceFolder)))
+    , m_modulePath(QDir::cleanPath(binDirectory + u"/../"_s + QLatin1StringView(moduleFolder)))
     , m_info(readInfo(pathForResource(u"Info.plist"_s)))
 { }
 

@@ -6,7 +6,8 @@
 #include <optional>
 
 // The application bundle: bin/zelna-quorin with its resources in
-// share/zelna-quorin/ beside it, found from the executable's own location.
+// share/zelna-quorin/ and its modules in lib/zelna-quorin/plugins/ beside it, found
+// from the executable's own location.
 class Bundle {
 public:
     // The bundle around the running executable.
@@ -16,14 +17,17 @@ public:
 
     QString resourcePath() const { return m_resourcePath; }
     QString pathForResource(const QString& name) const { return m_resourcePath + u'/' + name; }
+    QString modulePath() const { return m_modulePath; }
 
     // Info.plist with its value types kept; nothing when missing or not a property list.
     const std::optional<QVariantMap>& infoDictionary() const { return m_info; }
     QVariant objectForInfoDictionaryKey(const QString& key) const;
 
     static constexpr const char* resourceFolder = "share/zelna-quorin";
+    static constexpr const char* moduleFolder = "lib/zelna-quorin/plugins";
 
 private:
     QString m_resourcePath;
+    QString m_modulePath;
     std::optional<QVariantMap> m_info; // read once, never changed: safe from any thread
 };

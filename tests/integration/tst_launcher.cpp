@@ -22,6 +22,7 @@ struct Launch : QProcess {
 const QString window = u"window shown: MainWindow"_s;
 const QString handedOver = u"handed over to the running launcher"_s;
 const QString check = u"checkVersion"_s;
+const QString networkModule = u"bundle/lib/zelna-quorin/plugins/libzq-feed-download.so"_s;
 const char* const feedXml = "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\">"
                             "<channel><item><sparkle:version>%1</sparkle:version></item></channel></rss>";
 const char* const infoXml = "<plist><dict>%1<key>CFBundleIdentifier</key><string>com.zelna.Quorin</string>"
@@ -49,9 +50,13 @@ class TestLauncher : public QObject {
         return run;
     }
     // The bundle's Info.plist with the given entries, or with a feed file of version "1.0" or "2.0", or
-    // "none" for a feed file that is missing.
+    // "none" for a feed file that is missing, or "no module" for version 1.0 and no network module.
     void writeInfo(QByteArray feed)
     {
+        if (feed == "no module") {
+            QVERIFY(QFile::remove(path(networkModule)));
+            feed = "1.0";
+        }
         const QString appcast = path(u"appcast.xml"_s);
         if (feed == "1.0" || feed == "2.0")
             QVERIFY(TempHome::writeFile(appcast, QByteArray(feedXml).replace("%1", feed)));
@@ -86,11 +91,13 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<TempHome>();
         QVERIFY(QDir().mkpath(path(u"bundle/bin"_s)) && QDir().mkpath(path(u"bundle/share/zelna-quorin"_s))
+                && QDir().mkpath(path(u"bundle/lib/zelna-quorin/plugins"_s))
                 && QDir().mkpath(path(u"tmp"_s)));
         QVERIFY(QFile::copy(QStringLiteral(ZQ_LAUNCHER), path(u"bundle/bin/zelna-quorin"_s))
                 && QFile::copy(QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath()
                                    + u"/../share/zelna-quorin/Main.ui"_s,
                                path(u"bundle/share/zelna-quorin/Main.ui"_s))
+                && QFile::copy(QStringLiteral(ZQ_FEED_MODULE), path(networkModule))
                 && QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), path(u"bundle/bin/pluginkit"_s)));
         m_home->applyToProcess();
         m_env = QProcessEnvironment::systemEnvironment();
@@ -112,6 +119,8 @@ private Q_SLOTS:
             << "2.0"_ba << check << -1 << u"update alert shown for version 2.0"_s;
         // A check without an answer ends the checker: run from a timer, it must not pile up.
         QTest::newRow("checker, feed missing") << "none"_ba << check << 1 << u"Updater: update check of"_s;
+        QTest::newRow("checker, no network module")
+            << "no module"_ba << check << 1 << u"plugins/libzq-feed-download.so cannot be loaded: "_s;
         // With no display, no one can see a window: what was found is logged.
         QTest::newRow("no display, no newer version") << "1.0"_ba << u"-"_s + check << 0 << u""_s;
         QTest::newRow("no display, newer version")

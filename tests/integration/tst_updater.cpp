@@ -47,7 +47,8 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
     std::unique_ptr<SUUpdater> make(std::chrono::milliseconds timeout = 5s,
                                     std::chrono::seconds interval = 24h)
     {
-        const SUUpdater::Host host{u"1.0"_s, u"1.0"_s, u"zq.test"_s, interval, timeout, 4 * timeout, 1 << 20};
+        const SUUpdater::Host host{u"1.0"_s, u"1.0"_s,    u"zq.test"_s, interval,
+                                   timeout,  4 * timeout, 1 << 20,      QStringLiteral(ZQ_MODULE_DIR)};
         auto updater = std::make_unique<SUUpdater>(host, std::make_unique<SkippingUser>(&m_calls));
         updater->setDelegate(this);
         return updater;

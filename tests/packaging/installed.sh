@@ -11,7 +11,7 @@ fail() { echo "FAIL: $*"; exit 1; }
 
 apt-get update -qq
 apt-get install -y -qq "$deb" >/dev/null
-missing=$(ldd /usr/bin/zelna-quorin /usr/lib/*/qt6/plugins/platforms/libqxcb.so | grep 'not found' || true)
+missing=$(ldd /usr/bin/zelna-quorin /usr/lib/zelna-quorin/plugins/*.so /usr/lib/*/qt6/plugins/platforms/libqxcb.so | grep 'not found' || true)
 [ -z "$missing" ] || fail "libraries the package does not pull in: $missing"
 files=$(dpkg-query -L zelna-quorin)
 apt-get install -y -qq xvfb xauth x11-utils imagemagick >/dev/null # this test's own tools, afterwards

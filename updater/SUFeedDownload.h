@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QUrl>
+#include <QtPlugin>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+// One fetch of the update feed within the updater's limits. The code behind it
+// links Qt Network and lives in a module of its own (SUFeedDownloadModule), so
+// a start that does not check never maps Qt Network and what it links to.
+class SUFeedDownload {
+public:
+    struct Request {
+        QUrl url;
+        QString userAgent;
+        std::chrono::milliseconds timeout;  // without a byte received
+        std::chrono::milliseconds deadline; // for the whole feed
+        qint64 maxBytes;
+    };
+    // The feed, or why there is none, as the end of a sentence ("failed: ...", "stopped: ...").
+    using Finished = std::function<void(const QByteArray& bytes, const QString& error)>;
+
+    virtual ~SUFeedDownload() = default;
+    // Fetches on the calling thread, which runs an event loop; finished is called there, once,
+    // unless the download is destroyed first.
+    virtual void start(const Request& request, Finished finished) = 0;
+};
+
+// What the network module offers.
+class SUFeedDownloadFactory {
+public:
+    virtual ~SUFeedDownloadFactory() = default;
+    virtual std::unique_ptr<SUFeedDownload> create() = 0;
+};
+
+#define SUFeedDownloadFactory_iid "com.zelna.Quorin.SUFeedDownloadFactory/1"
+Q_DECLARE_INTERFACE(SUFeedDownloadFactory, SUFeedDownloadFactory_iid)
