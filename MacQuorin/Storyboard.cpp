@@ -3,29 +3,24 @@
 #include "Bundle.h"
 #include "FileManager.h"
 #include "Platform.h"
+#include "PluginModule.h"
+#include "UiFileReader.h"
 #include "ViewController.h"
 #include "WindowController.h"
 #include "ZLButton.h"
 
 #include <QBuffer>
-#include <QCoreApplication>
-#include <QUiLoader>
 #include <QWidget>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-// Makes the product's own widget classes named in the storyboard.
-class StoryboardLoader : public QUiLoader {
-public:
-    QWidget* createWidget(const QString& className, QWidget* parent, const QString& name) override
-    {
-        if (className != u"ZLButton"_s)
-            return QUiLoader::createWidget(className, parent, name);
-        return new ZLButton(parent); // named by the loader, as every widget
-    }
-};
+// The product's own widget classes named in the storyboard.
+QWidget* makeOwnWidget(const QString& className, QWidget* parent)
+{
+    return className == u"ZLButton"_s ? new ZLButton(parent) : nullptr;
+}
 
 // The content controller a scene names in its "viewController" property.
 std::unique_ptr<ViewController> makeViewController(QWidget& view)
@@ -42,7 +37,7 @@ std::unique_ptr<ViewController> makeViewController(QWidget& view)
 
 Storyboard Storyboard::storyboardWithName(const QString& name, const Bundle& bundle)
 {
-    return Storyboard(bundle.pathForResource(name + u".ui"_s));
+    return Storyboard(bundle.pathForResource(name + u".ui"_s), bundle.modulePath());
 }
 
 std::unique_ptr<WindowController>
@@ -56,18 +51,15 @@ Storyboard::instantiateControllerWithIdentifier(const QString& identifier) const
     QBuffer file(&std::get<QByteArray>(contents));
     file.open(QIODevice::ReadOnly);
 
-    // The loader would otherwise load every Designer plugin installed, Qt Quick's
-    // among them; the scenes use standard widgets only.
-    const QStringList libraryPaths = QCoreApplication::libraryPaths();
-    QCoreApplication::setLibraryPaths({});
-    StoryboardLoader loader;
-    QCoreApplication::setLibraryPaths(libraryPaths);
-
-    std::unique_ptr<QWidget> window(loader.load(&file));
+    QString error;
+    auto* reader = PluginModule::instance<UiFileReader>(
+        m_modulePath + u'/' + QLatin1StringView(UiFileReader::moduleName), &error);
+    if (!reader)
+        qFatal("The storyboard %s cannot be read: %s", qUtf8Printable(m_path), qUtf8Printable(error));
+    std::unique_ptr<QWidget> window(reader->read(&file, makeOwnWidget, &error));
     if (!window || window->objectName() != identifier)
         qFatal("The storyboard %s has no scene \"%s\"%s%s", qUtf8Printable(m_path),
-               qUtf8Printable(identifier), window ? "" : ": ",
-               window ? "" : qUtf8Printable(loader.errorString()));
+               qUtf8Printable(identifier), window ? "" : ": ", window ? "" : qUtf8Printable(error));
     std::unique_ptr<ViewController> content = makeViewController(*window);
     auto controller = std::make_unique<WindowController>(std::move(window), std::move(content));
     if (ViewController* viewController = controller->contentViewController())

@@ -23,6 +23,20 @@ endif()
 target_compile_definitions(zq_common_config INTERFACE
     $<$<NOT:$<CONFIG:Release>>:_GLIBCXX_ASSERTIONS QT_FORCE_ASSERTS>)
 
+# A Qt plugin of the bundle's own, in lib/zelna-quorin/plugins/ beside bin/ in
+# the build tree and in every install, built before the library that loads it.
+function(zq_add_plugin target name)
+    cmake_parse_arguments(ARG "" "FOR" "SOURCES;LIBS" ${ARGN})
+    add_library(${target} MODULE ${ARG_SOURCES})
+    set_target_properties(${target} PROPERTIES
+        AUTOMOC ON
+        OUTPUT_NAME ${name}
+        LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib/zelna-quorin/plugins)
+    target_link_libraries(${target} PRIVATE zq_common_config ${ARG_LIBS})
+    add_dependencies(${ARG_FOR} ${target})
+    install(TARGETS ${target} LIBRARY DESTINATION lib/zelna-quorin/plugins)
+endfunction()
+
 # Adds one Qt Test executable as one ctest.
 function(zq_add_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})

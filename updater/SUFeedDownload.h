@@ -10,8 +10,9 @@
 #include <memory>
 
 // One fetch of the update feed within the updater's limits. The code behind it
-// links Qt Network and lives in a module of its own (SUFeedDownloadModule), so
-// a start that does not check never maps Qt Network and what it links to.
+// links Qt Network and lives in a module of the bundle's own, loaded at the
+// first check, so a start that does not check never maps Qt Network and what it
+// links to.
 class SUFeedDownload {
 public:
     struct Request {
@@ -33,6 +34,8 @@ public:
 // What the network module offers.
 class SUFeedDownloadFactory {
 public:
+    static constexpr const char* moduleName = "libzq-feed-download.so";
+
     virtual ~SUFeedDownloadFactory() = default;
     virtual std::unique_ptr<SUFeedDownload> create() = 0;
 };

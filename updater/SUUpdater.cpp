@@ -3,9 +3,9 @@
 #include "DefaultsStore.h"
 #include "DefaultsSuite.h"
 #include "Platform.h"
+#include "PluginModule.h"
 #include "SystemLog.h"
 #include "SUAppcast.h"
-#include "SUFeedDownloadModule.h"
 #include "SUStandardVersionComparator.h"
 #include "SUUpdaterDelegate.h"
 #include "SUUserDriver.h"
@@ -164,10 +164,15 @@ void SUUpdater::startCheck()
     if (auto defaults = Platform::defaults().open(m_host.defaultsSuite))
         defaults->setValue(lastCheckTimeKey, QDateTime::currentDateTimeUtc());
 
-    QString error;
-    if (!m_download && !(m_download = SUFeedDownloadModule::create(m_host.moduleDirectory, &error))) {
-        finishCheck(url, {}, u"failed: "_s + error);
-        return;
+    if (!m_download) {
+        QString error;
+        auto* factory = PluginModule::instance<SUFeedDownloadFactory>(
+            m_host.moduleDirectory + u'/' + QLatin1StringView(SUFeedDownloadFactory::moduleName), &error);
+        if (!factory) {
+            finishCheck(url, {}, u"failed: "_s + error);
+            return;
+        }
+        m_download = factory->create();
     }
     m_checking = true;
     m_download->start({url, u"ZELNA Quorin/"_s + m_host.displayVersion, m_host.timeout, m_host.deadline,

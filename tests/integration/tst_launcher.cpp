@@ -97,7 +97,9 @@ private Q_SLOTS:
                 && QFile::copy(QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath()
                                    + u"/../share/zelna-quorin/Main.ui"_s,
                                path(u"bundle/share/zelna-quorin/Main.ui"_s))
-                && QFile::copy(QStringLiteral(ZQ_FEED_MODULE), path(networkModule))
+                && QFile::copy(QStringLiteral(ZQ_PLUGINS "/libzq-feed-download.so"), path(networkModule))
+                && QFile::copy(QStringLiteral(ZQ_PLUGINS "/libzq-ui-reader.so"),
+                               path(u"bundle/lib/zelna-quorin/plugins/libzq-ui-reader.so"_s))
                 && QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), path(u"bundle/bin/pluginkit"_s)));
         m_home->applyToProcess();
         m_env = QProcessEnvironment::systemEnvironment();
