@@ -87,6 +87,8 @@ int ApplicationMain(int argc, char* argv[])
         QGuiApplication::setDesktopFileName(u"com.zelna.Quorin"_s);
     }
 
+    Platform::quitOnTerminationSignals();
+
     Application application(arguments);
     if (role == InstanceChannel::Role::Listening)
         Platform::instanceChannel().listen(

@@ -85,7 +85,9 @@ env = dict(os.environ, HOME=home, XDG_CONFIG_HOME=os.path.join(home, "config"),
 
 
 def until_shown(command, settle=0.0):
-    """Seconds from start until the window-shown line, then the process is ended.
+    """Seconds from start until the window-shown line, then the process is ended as a session
+    ends it (SIGTERM): the launcher then quits as after Quit, removing its lock, where a kill
+    would leave a stale lock for the next start to take over, as after a crash.
     With settle, the resident memory in MiB that many seconds later instead."""
     begin = time.perf_counter()
     process = subprocess.Popen(command, env=env, stderr=subprocess.PIPE, stdout=subprocess.DEVNULL)
@@ -100,7 +102,7 @@ def until_shown(command, settle=0.0):
         with open(f"/proc/{process.pid}/status") as status:
             rss = next(int(l.split()[1]) for l in status if l.startswith("VmRSS:"))
         elapsed = rss / 1024
-    process.kill()
+    process.terminate()
     process.wait()
     return elapsed
 

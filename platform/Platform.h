@@ -40,6 +40,10 @@ public:
     // Whether windows can be shown at all (a timer or a remote shell may have no display).
     static bool hasDisplay();
 
+    // Ends the event loop, rather than the process, when the session or a terminal asks the
+    // program to end. Needs the application object.
+    static void quitOnTerminationSignals();
+
     // Hands the desktop's activation token to the next window activation.
     static void useActivationToken(const QByteArray& token);
 

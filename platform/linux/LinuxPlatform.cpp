@@ -7,6 +7,7 @@
 #include "LocalSocketInstanceChannel.h"
 #include "PlistDefaultsStore.h"
 #include "PosixFileManager.h"
+#include "TerminationSignals.h"
 #include "XdgLoginItems.h"
 
 #include <QGuiApplication>
@@ -31,6 +32,11 @@ bool Platform::hasDisplay()
     // A platform chosen by name (offscreen, vnc, ...) needs no display server.
     return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
            || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+}
+
+void Platform::quitOnTerminationSignals()
+{
+    TerminationSignals::install();
 }
 
 void Platform::useActivationToken(const QByteArray& token)

@@ -230,6 +230,9 @@ private Q_SLOTS:
         writeInfo("1.0");
         auto checker = launch({check}); // a checker never hands over: it checks
         VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
+        // Ended by the session (logout), it quits as after Quit: its lock goes with it.
+        first->terminate();
+        VERIFY_RUN(first->finish() == 0 && !QFile::exists(socket + u".lock"_s), first);
     }
 
     // On a real X server, with the keyboard alone: Space turns the product on, Tab and Space turn previews
