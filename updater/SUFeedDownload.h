@@ -3,11 +3,9 @@
 #include <QByteArray>
 #include <QString>
 #include <QUrl>
-#include <QtPlugin>
 
 #include <chrono>
 #include <functional>
-#include <memory>
 
 // One fetch of the update feed within the updater's limits. The code behind it
 // links Qt Network and lives in a module of the bundle's own, loaded at the
@@ -30,15 +28,3 @@ public:
     // unless the download is destroyed first.
     virtual void start(const Request& request, Finished finished) = 0;
 };
-
-// What the network module offers.
-class SUFeedDownloadFactory {
-public:
-    static constexpr const char* moduleName = "libzq-feed-download.so";
-
-    virtual ~SUFeedDownloadFactory() = default;
-    virtual std::unique_ptr<SUFeedDownload> create() = 0;
-};
-
-#define SUFeedDownloadFactory_iid "com.zelna.Quorin.SUFeedDownloadFactory/1"
-Q_DECLARE_INTERFACE(SUFeedDownloadFactory, SUFeedDownloadFactory_iid)

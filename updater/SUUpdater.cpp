@@ -6,6 +6,7 @@
 #include "PluginModule.h"
 #include "SystemLog.h"
 #include "SUAppcast.h"
+#include "SUFeedDownloadFactory.h"
 #include "SUStandardVersionComparator.h"
 #include "SUUpdaterDelegate.h"
 #include "SUUserDriver.h"
