@@ -50,11 +50,15 @@ class TestLauncher : public QObject {
         return run;
     }
     // The bundle's Info.plist with the given entries, or with a feed file of version "1.0" or "2.0", or
-    // "none" for a feed file that is missing, or "no module" for version 1.0 and no network module.
+    // "none" for a feed file that is missing, or "no module" / "other module" for version 1.0 and no
+    // network module / another plug-in in its place.
     void writeInfo(QByteArray feed)
     {
-        if (feed == "no module") {
-            QVERIFY(QFile::remove(path(networkModule)));
+        if (feed.endsWith(" module")) {
+            QVERIFY(
+                QFile::remove(path(networkModule))
+                && (feed == "no module"
+                    || QFile::copy(QStringLiteral(ZQ_PLUGINS "/libzq-ui-reader.so"), path(networkModule))));
             feed = "1.0";
         }
         const QString appcast = path(u"appcast.xml"_s);
@@ -123,6 +127,9 @@ private Q_SLOTS:
         QTest::newRow("checker, feed missing") << "none"_ba << check << 1 << u"Updater: update check of"_s;
         QTest::newRow("checker, no network module")
             << "no module"_ba << check << 1 << u"plugins/libzq-feed-download.so cannot be loaded: "_s;
+        QTest::newRow("checker, another plug-in as the network module")
+            << "other module"_ba << check << 1
+            << u"it does not offer com.zelna.Quorin.SUFeedDownloadFactory"_s;
         // With no display, no one can see a window: what was found is logged.
         QTest::newRow("no display, no newer version") << "1.0"_ba << u"-"_s + check << 0 << u""_s;
         QTest::newRow("no display, newer version")
