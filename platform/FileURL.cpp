@@ -2,15 +2,28 @@
 
 #include <QStringDecoder>
 
+using namespace Qt::Literals::StringLiterals;
+
 QUrl FileURL::fromPath(const QByteArray& path)
 {
     // Most names are plain ASCII: no decoding needed.
     bool ascii = true;
+    bool percent = false;
     for (const char c : path) {
         if (static_cast<unsigned char>(c) >= 0x80) {
             ascii = false;
             break;
         }
+        percent = percent || c == '%';
+    }
+    // An absolute path with no '%' (nothing to escape first) and no leading "//" (no host): set
+    // as it is, it gives what fromLocalFile gives at less than half the cost, and a walk of a
+    // large tree makes one URL per file.
+    if (ascii && !percent && path.startsWith('/') && !path.startsWith("//")) {
+        QUrl url;
+        url.setScheme(u"file"_s);
+        url.setPath(QString::fromLatin1(path), QUrl::TolerantMode);
+        return url;
     }
     if (ascii)
         return QUrl::fromLocalFile(QString::fromLatin1(path));

@@ -217,7 +217,7 @@ private Q_SLOTS:
             "logged"); // besides the start and the end; an unreadable chosen folder fails
         QTest::newRow("nothing chosen") << u"true"_s << QString() << QString();
         QTest::newRow("find's order, duplicates, missing")
-            << u"mkdir -p t/s/d t/z t/0 0; touch file t/a t/s/b t/.c t/s/d/x t/z/y"_s
+            << u"mkdir -p t/s/d t/z t/0 0; touch file t/a t/s/b t/.c t/s/d/x t/z/y 't/%41 #?'"_s
             << u"~/file ~/t ~/0 ~/missing t ~/t/a t/a"_s << u"Error Domain=NSPOSIXErrorDomain Code=2 "_s;
         QTest::newRow(
             "links listed, not followed; special files never opened (a pipe would block); names not "
