@@ -100,5 +100,8 @@ int ApplicationMain(int argc, char* argv[])
     const int status = QCoreApplication::exec();
     application.setDelegate(nullptr);
     UpdateDelegate::finishPendingWork();
+    // Ended by the session or a terminal: the end that signal means, so a shell running the
+    // launcher in a script stops at Ctrl+C, and a stopped check never reads as "no update".
+    Platform::endIfTerminated();
     return status;
 }

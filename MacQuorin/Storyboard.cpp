@@ -55,7 +55,8 @@ Storyboard::instantiateControllerWithIdentifier(const QString& identifier) const
     auto* reader = PluginModule::instance<UiFileReader>(
         m_modulePath + u'/' + QLatin1StringView(UiFileReader::moduleName), &error);
     if (!reader)
-        qFatal("The storyboard %s cannot be read: %s", qUtf8Printable(m_path), qUtf8Printable(error));
+        qFatal("The storyboard %s cannot be read without its reader: %s", qUtf8Printable(m_path),
+               qUtf8Printable(error));
     std::unique_ptr<QWidget> window(reader->read(&file, makeOwnWidget, &error));
     if (!window || window->objectName() != identifier)
         qFatal("The storyboard %s has no scene \"%s\"%s%s", qUtf8Printable(m_path),

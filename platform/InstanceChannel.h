@@ -23,4 +23,6 @@ public:
     // claimed (onReopen runs on the calling thread, with the later start's activation token,
     // if any). Answers Listening, or Alone when the place was not claimed or cannot be used.
     virtual Role listen(std::function<void(const QByteArray& activationToken)> onReopen) = 0;
+    // Gives the place up before the process ends: the next start becomes the launcher at once.
+    virtual void close() { }
 };

@@ -43,6 +43,9 @@ public:
     // Ends the event loop, rather than the process, when the session or a terminal asks the
     // program to end. Needs the application object.
     static void quitOnTerminationSignals();
+    // After such an end: gives the instance channel's place up, then ends the process by that
+    // signal. Returns when the loop ended otherwise.
+    static void endIfTerminated();
 
     // Hands the desktop's activation token to the next window activation.
     static void useActivationToken(const QByteArray& token);

@@ -38,6 +38,7 @@ SUUpdater::SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver)
 
 SUUpdater::~SUUpdater()
 {
+    m_download.reset(); // its replies first, while everything they could reach is still here
     SUUpdater* self = this;
     g_shared.compare_exchange_strong(self, nullptr);
 }

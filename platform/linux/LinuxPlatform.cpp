@@ -39,6 +39,14 @@ void Platform::quitOnTerminationSignals()
     TerminationSignals::install();
 }
 
+void Platform::endIfTerminated()
+{
+    if (const int number = TerminationSignals::received()) {
+        instanceChannel().close();
+        TerminationSignals::endBy(number);
+    }
+}
+
 void Platform::useActivationToken(const QByteArray& token)
 {
     if (token.isEmpty())

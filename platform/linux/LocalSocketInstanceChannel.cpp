@@ -143,6 +143,12 @@ LocalSocketInstanceChannel::LocalSocketInstanceChannel(QString name) : m_name(st
 
 LocalSocketInstanceChannel::~LocalSocketInstanceChannel() = default;
 
+void LocalSocketInstanceChannel::close()
+{
+    m_server.reset();
+    m_lock.reset(); // unlocks: the lock file goes
+}
+
 std::optional<QString> LocalSocketInstanceChannel::socketPath() const
 {
     auto folder = XdgDirs::runtimeDir();

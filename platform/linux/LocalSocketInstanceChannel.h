@@ -20,6 +20,7 @@ public:
 
     Role claim(bool handOver) override;
     Role listen(std::function<void(const QByteArray&)> onReopen) override;
+    void close() override;
 
     // $XDG_RUNTIME_DIR/NAME.socket, or a private folder in /tmp without one.
     std::optional<QString> socketPath() const;

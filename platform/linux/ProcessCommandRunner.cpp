@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -33,10 +34,12 @@ void ProcessCommandRunner::startEarly(const QString& program, const QStringList&
     const std::lock_guard lock(m_mutex);
     if (m_early)
         return;
-    // Nothing but this program's own close-on-exec descriptors is open this
-    // early, so GLib may use posix_spawn: no copy of the page tables, and no
-    // copy-on-write faults in the start-up that runs beside the child.
-    if (const auto pid = start(program, arguments, Descriptors::LeaveOpen))
+    // With every descriptor above standard error close-on-exec (this program opens its own
+    // so; those inherited from whoever started it are marked here), GLib may leave them to
+    // the exec and use posix_spawn: no copy of the page tables, and no copy-on-write faults
+    // in the start-up that runs beside the child. Without close_range, GLib closes them.
+    const bool marked = ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC) == 0;
+    if (const auto pid = start(program, arguments, marked ? Descriptors::LeaveOpen : Descriptors::Close))
         m_early = Started{program, arguments, *pid};
 }
 

@@ -1,5 +1,7 @@
 #include "Testing.h"
 
+#include <csignal>
+
 #define VERIFY_RUN(condition, run) QVERIFY2(condition, qPrintable((run)->output()))
 
 namespace {
@@ -46,7 +48,11 @@ class TestLauncher : public QObject {
             display ? void() : env.remove(name);
         run->setProcessEnvironment(env);
         run->setProcessChannelMode(QProcess::MergedChannels);
-        run->start(path(u"bundle/bin/zelna-quorin"_s), arguments);
+        // With a descriptor open that is not close-on-exec, as a careless parent leaves one: the
+        // stand-in pluginkit records it if it reaches the election.
+        run->start(u"/bin/sh"_s, QStringList{u"-c"_s, u"exec 7</dev/null; exec \"$0\" \"$@\""_s,
+                                             path(u"bundle/bin/zelna-quorin"_s)}
+                                     + arguments);
         return run;
     }
     // The bundle's Info.plist with the given entries, or with a feed file of version "1.0" or "2.0", or
@@ -237,9 +243,48 @@ private Q_SLOTS:
         writeInfo("1.0");
         auto checker = launch({check}); // a checker never hands over: it checks
         VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
-        // Ended by the session (logout), it quits as after Quit: its lock goes with it.
-        first->terminate();
-        VERIFY_RUN(first->finish() == 0 && !QFile::exists(socket + u".lock"_s), first);
+    }
+
+    // The first signal of the session or a terminal ends the launcher as after Quit, its lock given
+    // up, and then by that signal; a second one ends it at once, even while the election hangs.
+    void endedBySignal_data()
+    {
+        QTest::addColumn<QString>("arguments");
+        QTest::addColumn<QList<int>>("sent");
+        QTest::newRow("window, logout") << u""_s << QList<int>{SIGTERM};
+        QTest::newRow("checker with an update, Ctrl+C") << check << QList<int>{SIGINT};
+        QTest::newRow("election hangs, twice") << u""_s << QList<int>{SIGTERM, SIGINT};
+    }
+    void endedBySignal()
+    {
+        QFETCH(QString, arguments);
+        QFETCH(QList<int>, sent);
+        writeInfo("2.0");
+        const bool hangs = sent.size() > 1;
+        const QString sleeper = path(u"sleep"_s); // a copy, so that only this one is ended afterwards
+        QVERIFY(!hangs || QFile::copy(u"/bin/sleep"_s, sleeper));
+        m_env.insert(u"ZQ_PLUGINKIT_SLEEP"_s, hangs ? sleeper : QString());
+        auto run = launch(arguments.split(u' ', Qt::SkipEmptyParts));
+        // Hanging, it is signalled once it catches SIGTERM (its status says so), with the election run.
+        const auto catching = [&run] {
+            const QString status
+                = TempHome::readFile(u"/proc/"_s + QString::number(run->processId()) + u"/status"_s);
+            const qsizetype at = status.indexOf(u"SigCgt:"_s);
+            return at >= 0
+                   && (status.mid(at + 7).trimmed().left(16).toULongLong(nullptr, 16) >> (SIGTERM - 1)) & 1;
+        };
+        VERIFY_RUN(
+            hangs ? QTest::qWaitFor([&] { return QFile::exists(path(u"pluginkit.log"_s)) && catching(); })
+                  : run->waitFor(arguments.isEmpty() ? window : u"update alert shown"_s),
+            run);
+        for (const int number : sent)
+            ::kill(pid_t(run->processId()), number);
+        VERIFY_RUN(run->waitForFinished(15000) && run->exitStatus() == QProcess::CrashExit
+                       && sent.contains(run->exitCode()) && (hangs || run->exitCode() == sent.last())
+                       && (hangs || !QFile::exists(path(u"runtime/zelna-quorin.socket.lock"_s)))
+                       && !TempHome::readFile(path(u"pluginkit.log"_s)).contains(u"done"_s),
+                   run);
+        TempHome::killAll(sleeper);
     }
 
     // On a real X server, with the keyboard alone: Space turns the product on, Tab and Space turn previews
