@@ -52,8 +52,7 @@ Storyboard::instantiateControllerWithIdentifier(const QString& identifier) const
     file.open(QIODevice::ReadOnly);
 
     QString error;
-    auto* reader = PluginModule::instance<UiFileReader>(
-        m_modulePath + u'/' + QLatin1StringView(UiFileReader::moduleName), &error);
+    auto* reader = PluginModule::instance<UiFileReader>(m_modulePath, UiFileReader::moduleName, &error);
     if (!reader)
         qFatal("The storyboard %s cannot be read without its reader: %s", qUtf8Printable(m_path),
                qUtf8Printable(error));

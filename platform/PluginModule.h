@@ -7,9 +7,12 @@
 // the program, so that what it links is mapped only by the starts that use it.
 class PluginModule {
 public:
-    // The module's instance of Interface; nothing, and why, when it cannot be loaded.
-    template <class Interface> static Interface* instance(const QString& path, QString* error)
+    // The instance of Interface in the module fileName of directory; nothing, and why, when it
+    // cannot be loaded.
+    template <class Interface>
+    static Interface* instance(const QString& directory, const char* fileName, QString* error)
     {
+        const QString path = directory + u'/' + QLatin1StringView(fileName);
         // Stays loaded: the loader going out of scope does not unload it.
         QPluginLoader loader(path);
         QObject* object = loader.instance();

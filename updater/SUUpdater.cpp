@@ -169,7 +169,7 @@ void SUUpdater::startCheck()
     if (!m_download) {
         QString error;
         auto* factory = PluginModule::instance<SUFeedDownloadFactory>(
-            m_host.moduleDirectory + u'/' + QLatin1StringView(SUFeedDownloadFactory::moduleName), &error);
+            m_host.moduleDirectory, SUFeedDownloadFactory::moduleName, &error);
         if (!factory) {
             finishCheck(url, {}, u"failed: "_s + error);
             return;
