@@ -65,11 +65,15 @@ bool fromSameUser(qintptr socket)
            && credentials.uid == getuid();
 }
 
-bool ownedAndPrivate(const QString& path)
+// Why a folder will not do for the socket, if it will not: it must be this user's and closed to others.
+std::optional<QString> unsuitable(const QString& path)
 {
     struct stat info { };
-    return lstat(QFile::encodeName(path).constData(), &info) == 0 && S_ISDIR(info.st_mode)
-           && info.st_uid == getuid() && (info.st_mode & 0022) == 0;
+    if (lstat(QFile::encodeName(path).constData(), &info) != 0)
+        return QString::fromLocal8Bit(std::strerror(errno));
+    if (!S_ISDIR(info.st_mode) || info.st_uid != getuid() || (info.st_mode & 0022) != 0)
+        return u"not a folder of this user's alone"_s;
+    return std::nullopt;
 }
 
 // A folder only this user can enter, or nothing.
@@ -152,8 +156,12 @@ void LocalSocketInstanceChannel::close()
 std::optional<QString> LocalSocketInstanceChannel::socketPath() const
 {
     auto folder = XdgDirs::runtimeDir();
-    if (folder && !ownedAndPrivate(*folder))
-        folder.reset(); // a shared folder would let others answer in the launcher's name
+    // A shared folder would let others answer in the launcher's name.
+    if (const auto why = folder ? unsuitable(*folder) : std::nullopt) {
+        SystemLog::logText(u"Not using the runtime folder "_s + *folder + u" for the launcher socket: "_s
+                           + *why);
+        folder.reset();
+    }
     if (!folder)
         folder = privateFolder(QDir::tempPath() + u"/zelna-quorin-"_s + QString::number(getuid()));
     if (!folder)
@@ -175,8 +183,9 @@ InstanceChannel::Role LocalSocketInstanceChannel::claim(bool handOver)
     m_lock->setStaleLockTime(0);
     // The holder may still be starting: it is asked again until it answers or ends.
     for (const QDeadlineTimer deadline(holderAnswerMs); !m_lock->tryLock(0); QThread::msleep(retryMs)) {
-        if (m_lock->error() != QLockFile::LockFailedError) {
-            SystemLog::logText(u"Cannot take the launcher lock "_s + m_lock->fileName());
+        if (m_lock->error() != QLockFile::LockFailedError) { // errno is still what making it met
+            SystemLog::logText(u"Cannot take the launcher lock "_s + m_lock->fileName() + u": "_s
+                               + QString::fromLocal8Bit(std::strerror(errno)));
             return Role::Alone;
         }
         if (!handOver)
@@ -232,19 +241,23 @@ bool LocalSocketInstanceChannel::forwardReopen(const QString& path, const QDeadl
 InstanceChannel::Role LocalSocketInstanceChannel::listen(std::function<void(const QByteArray&)> onReopen)
 {
     std::optional<sockaddr_un> address = m_path ? socketAddress(*m_path) : std::nullopt;
-    const int fd = address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1;
     // A socket file left behind by a launcher that was killed is replaced; the folder is this
     // user's alone, and so is the socket.
     if (address)
         ::unlink(address->sun_path);
-    if (fd < 0 || ::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0
+    const int fd = address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1;
+    bool bound = false;
+    if (fd < 0 || !(bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0)
         || ::chmod(address->sun_path, 0600) != 0 || ::listen(fd, 16) != 0) {
+        const int error = errno;
+        if (bound) // no socket file that nobody answers at
+            ::unlink(address->sun_path);
         if (m_path)
             SystemLog::logText(u"Cannot listen on "_s + *m_path + u": "_s
-                               + QString::fromLocal8Bit(std::strerror(errno)));
+                               + QString::fromLocal8Bit(std::strerror(error)));
         if (fd >= 0)
             ::close(fd);
-        m_lock.reset(); // held without listening, it would make every later start wait for nothing
+        close(); // the lock, held without listening, would make every later start wait for nothing
         m_path.reset();
         return Role::Alone;
     }

@@ -1,7 +1,9 @@
 #include "PlistDefaultsSuite.h"
 
 #include "PlistDocument.h"
+#include "RegularFile.h"
 #include "SystemLog.h"
+#include "WholeFile.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
@@ -10,15 +12,12 @@
 #include <QFileInfo>
 #include <QLockFile>
 #include <QRandomGenerator>
-#include <QSaveFile>
 #include <QThread>
 
 #include <cerrno>
 #include <cstring>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -52,42 +51,26 @@ LockIdentity identify(const QString& path)
 // Waits for the lock as long as its holders keep changing: a busy suite delays
 // a write but never drops it. QLockFile's own timed wait backs off to one try
 // every few seconds, loses to writers that try sooner, and gives up.
-bool lockSuite(QLockFile& lock)
+// Nothing when it is taken; else why not, in words for the log.
+std::optional<QString> lockSuite(QLockFile& lock)
 {
     lock.setStaleLockTime(staleLockMs);
     QDeadlineTimer stuck(stuckLockMs);
     LockIdentity holder = identify(lock.fileName());
     for (;;) {
         if (lock.tryLock(0))
-            return true;
+            return std::nullopt;
+        const int error = errno; // still what making the lock file met
         if (lock.error() != QLockFile::LockFailedError)
-            return false;
+            return u"its lock file cannot be made: "_s + QString::fromLocal8Bit(std::strerror(error));
         if (const LockIdentity now = identify(lock.fileName()); now != holder) {
             holder = now;
             stuck.setRemainingTime(stuckLockMs);
         } else if (stuck.hasExpired()) {
-            return false;
+            return u"another program kept it locked"_s;
         }
         QThread::msleep(QRandomGenerator::global()->bounded(2, 20));
     }
-}
-
-// Why a lock could not be taken, in words for the log.
-QString lockFailure(const QLockFile& lock, const QString& directory)
-{
-    switch (lock.error()) {
-    case QLockFile::LockFailedError:
-        return u"another program kept it locked"_s;
-    case QLockFile::PermissionError:
-        // The folder's own state says more than the lock's error code.
-        if (::access(QFile::encodeName(directory).constData(), W_OK) != 0)
-            return QString::fromLocal8Bit(std::strerror(errno));
-        return u"permission denied"_s;
-    case QLockFile::UnknownError:
-    case QLockFile::NoError:
-        break;
-    }
-    return u"its lock file cannot be written (is the disk full?)"_s;
 }
 
 } // namespace
@@ -96,26 +79,17 @@ PlistDefaultsSuite::PlistDefaultsSuite(QString filePath) : m_filePath(std::move(
 
 PlistDefaultsSuite::State PlistDefaultsSuite::load(std::optional<PlistDocument>& document) const
 {
-    // Non-blocking: a pipe in the file's place must not hang the launcher.
-    const int fd = ::open(QFile::encodeName(m_filePath).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0 && errno == ENOENT)
-        return State::Missing;
-    struct stat info { };
-    QFile file;
-    if (fd < 0 || ::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)
-        || !file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
-        const QString reason
-            = fd < 0 ? QString::fromLocal8Bit(std::strerror(errno)) : u"not a regular file"_s;
-        if (fd >= 0 && !file.isOpen())
-            ::close(fd);
-        SystemLog::logText(u"Cannot read defaults file "_s + m_filePath + u": "_s + reason);
+    // Opened without blocking and read to its end: a pipe in the file's place must not hang the
+    // launcher, and a read that fails is not a list that does not parse.
+    const auto bytes = RegularFile::read(m_filePath, maxFileSize);
+    if (const auto* failure = std::get_if<ZLError>(&bytes)) {
+        if (failure->domain() == u"NSPOSIXErrorDomain"_s && failure->code() == ENOENT)
+            return State::Missing;
+        SystemLog::logText(u"Cannot read defaults file "_s + m_filePath + u": "_s
+                           + failure->localizedDescription());
         return State::Unreadable;
     }
-    if (file.size() > maxFileSize) {
-        SystemLog::logText(u"Defaults file "_s + m_filePath + u" is too large to read"_s);
-        return State::Unreadable;
-    }
-    document = PlistDocument::parse(file.read(maxFileSize + 1));
+    document = PlistDocument::parse(std::get<QByteArray>(bytes));
     return document ? State::Parsed : State::Corrupt;
 }
 
@@ -148,7 +122,7 @@ std::optional<QVariant> PlistDefaultsSuite::readValue(const QString& key)
         // Another writer may have replaced the file since it was read: look
         // again under the lock before moving anything aside.
         QLockFile lock(m_filePath + u".lock"_s);
-        if (lockSuite(lock) && load(document) == State::Corrupt)
+        if (!lockSuite(lock) && load(document) == State::Corrupt)
             moveAside();
         return document ? document->value(key) : QVariant();
     }
@@ -164,13 +138,14 @@ bool PlistDefaultsSuite::setValue(const QString& key, const QVariant& value)
 {
     const QString directory = QFileInfo(m_filePath).absolutePath();
     if (!QDir().mkpath(directory)) {
-        SystemLog::logText(u"Cannot create the defaults directory "_s + directory);
+        SystemLog::logText(u"Cannot create the defaults directory "_s + directory + u": "_s
+                           + QString::fromLocal8Bit(std::strerror(errno)));
         return false;
     }
     QLockFile lock(m_filePath + u".lock"_s);
-    if (!lockSuite(lock)) {
-        SystemLog::logText(u"Cannot lock defaults file "_s + m_filePath + u": "_s
-                           + lockFailure(lock, directory) + u"; "_s + key + u" not stored"_s);
+    if (const auto failure = lockSuite(lock)) {
+        SystemLog::logText(u"Cannot lock defaults file "_s + m_filePath + u": "_s + *failure + u"; "_s + key
+                           + u" not stored"_s);
         return false;
     }
     std::optional<PlistDocument> document;
@@ -194,10 +169,9 @@ bool PlistDefaultsSuite::setValue(const QString& key, const QVariant& value)
                            + u" under "_s + key);
         return false;
     }
-    QSaveFile file(m_filePath);
-    if (!file.open(QIODevice::WriteOnly) || file.write(document->toXml()) < 0 || !file.commit()) {
-        SystemLog::logText(u"Cannot write defaults file "_s + m_filePath + u": "_s + file.errorString()
-                           + u"; "_s + key + u" not stored"_s);
+    if (const auto error = WholeFile::write(m_filePath, document->toXml(), WholeFile::Mode::Replace)) {
+        SystemLog::logText(u"Cannot write defaults file "_s + m_filePath + u": "_s
+                           + error->localizedDescription() + u"; "_s + key + u" not stored"_s);
         return false;
     }
     return true;

@@ -2,14 +2,13 @@
 
 #include "RegularFile.h"
 #include "TreeWalker.h"
+#include "WholeFile.h"
 #include "XdgDirs.h"
 
 #include <QFile>
 
 #include <cerrno>
-#include <utility>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -22,15 +21,6 @@ QByteArray encoded(const QString& path)
 {
     return QFile::encodeName(path);
 }
-
-struct Descriptor {
-    int fd;
-    ~Descriptor()
-    {
-        if (fd >= 0)
-            ::close(fd);
-    }
-};
 
 } // namespace
 
@@ -45,8 +35,10 @@ std::variant<QString, ZLError> PosixFileManager::applicationSupportDirectory()
 
 bool PosixFileManager::fileExists(const QString& path)
 {
+    // Only what the system reports missing is missing: a look that fails (an I/O error, no permission)
+    // must not lead to a file being written over, or a folder made, where one may be.
     struct stat info { };
-    return ::stat(encoded(path).constData(), &info) == 0;
+    return ::stat(encoded(path).constData(), &info) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
 std::optional<bool> PosixFileManager::fileExistsIsDirectory(const QString& path)
@@ -103,48 +95,7 @@ std::variant<QByteArray, ZLError> PosixFileManager::contents(const QString& path
 
 std::optional<ZLError> PosixFileManager::write(const QString& path, const QByteArray& bytes)
 {
-    const QByteArray name = encoded(path);
-    const qsizetype slash = name.lastIndexOf('/');
-    const QByteArray folderName = slash < 0 ? "." : slash == 0 ? "/" : name.left(slash);
-    const Descriptor folder{::open(folderName.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
-    if (folder.fd < 0)
-        return ZLError::fromErrno(errno, path);
-    const QByteArray leaf = name.mid(slash + 1);
-    // Written unnamed and linked in whole: a reader, or a kill, never meets a part-written file,
-    // and the link fails on anything already at the name (a planted link is never followed).
-    Descriptor file{::openat(folder.fd, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666)};
-    const bool unnamed = file.fd >= 0;
-    if (!unnamed) // a file system without unnamed files: created, then written
-        file.fd = ::openat(folder.fd, leaf.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
-                           0666);
-    if (file.fd < 0)
-        return ZLError::fromErrno(errno, path);
-    // A write that fails part-way (a full disk) leaves no file rather than a cut one.
-    auto failed = [&](int error) {
-        if (!unnamed)
-            ::unlinkat(folder.fd, leaf.constData(), 0);
-        return ZLError::fromErrno(error, path);
-    };
-    for (qsizetype done = 0; done < bytes.size();) {
-        const ssize_t n = ::write(file.fd, bytes.constData() + done, size_t(bytes.size() - done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return failed(errno);
-        done += n;
-    }
-    if (unnamed) {
-        // On disk before it has a name: a power cut never leaves the name on an empty file.
-        const QByteArray self = "/proc/self/fd/" + QByteArray::number(file.fd);
-        if (::fdatasync(file.fd) != 0
-            || ::linkat(AT_FDCWD, self.constData(), folder.fd, leaf.constData(), AT_SYMLINK_FOLLOW) != 0)
-            return failed(errno);
-        return std::nullopt; // whole at its name, whatever closing it says
-    }
-    const int fd = std::exchange(file.fd, -1);
-    if (::close(fd) != 0 && errno != EINTR)
-        return failed(errno);
-    return std::nullopt;
+    return WholeFile::write(path, bytes, WholeFile::Mode::CreateNew);
 }
 
 QByteArray PosixFileManager::attributeName(const QString& name)

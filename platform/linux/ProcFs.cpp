@@ -1,5 +1,7 @@
 #include "ProcFs.h"
 
+#include "FileDescriptor.h"
+
 #include <QFile>
 
 #include <algorithm>
@@ -54,15 +56,6 @@ bool isPidName(const char* name)
     return true;
 }
 
-struct FdCloser {
-    int fd;
-    ~FdCloser()
-    {
-        if (fd >= 0)
-            ::close(fd);
-    }
-};
-
 } // namespace
 
 QList<ProcFs::Process> ProcFs::processes() const
@@ -85,11 +78,11 @@ QList<ProcFs::Process> ProcFs::processes() const
 
 std::optional<ProcFs::Process> ProcFs::process(qint64 pid) const
 {
-    const FdCloser proc{::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    if (proc.fd < 0)
+    const FileDescriptor proc(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!proc)
         return std::nullopt;
     const std::string name = std::to_string(pid);
-    return readProcess(proc.fd, name.c_str());
+    return readProcess(proc.get(), name.c_str());
 }
 
 std::optional<QStringList> ProcFs::arguments(qint64 pid) const
@@ -114,12 +107,12 @@ bool ProcFs::kill(qint64 pid, const QString& expectedExecutable, uid_t expectedU
     // Holding a pidfd pins the process: checked and signalled are the same one.
     const int rawFd = static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(pid), 0));
     const int openError = rawFd < 0 ? errno : 0;
-    const FdCloser pidFd{rawFd};
+    const FileDescriptor pidFd(rawFd);
     const auto current = process(pid);
     if (!current || current->uid != expectedUid || current->executable != expectedExecutable)
         return false;
-    if (pidFd.fd >= 0)
-        return syscall(SYS_pidfd_send_signal, pidFd.fd, SIGKILL, nullptr, 0) == 0;
+    if (pidFd)
+        return syscall(SYS_pidfd_send_signal, pidFd.get(), SIGKILL, nullptr, 0) == 0;
     if (openError != ENOSYS)
         return false;
     return ::kill(static_cast<pid_t>(pid), SIGKILL) == 0; // kernels before 5.3

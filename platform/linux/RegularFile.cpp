@@ -1,7 +1,8 @@
 #include "RegularFile.h"
 
+#include "FileDescriptor.h"
+
 #include <QFile>
-#include <QScopeGuard>
 
 #include <cerrno>
 
@@ -13,10 +14,10 @@ using namespace Qt::Literals::StringLiterals;
 
 std::variant<QByteArray, ZLError> RegularFile::read(const QString& path, qint64 maxBytes)
 {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const FileDescriptor file(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const int fd = file.get();
     if (fd < 0)
         return ZLError::fromErrno(errno, path);
-    const auto closeFile = qScopeGuard([fd] { ::close(fd); });
     struct stat info { };
     if (::fstat(fd, &info) != 0)
         return ZLError::fromErrno(errno, path);

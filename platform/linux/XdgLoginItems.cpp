@@ -4,12 +4,17 @@
 #include "DesktopApplications.h"
 #include "GLibPtr.h"
 #include "RegularFile.h"
+#include "WholeFile.h"
 #include "XdgDirs.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
+
+#include <cerrno>
+#include <cstring>
+
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -49,12 +54,13 @@ bool writeEntry(GKeyFile* keyFile, const QString& target)
     if (std::holds_alternative<QByteArray>(existing) && std::get<QByteArray>(existing) == bytes)
         return true;
     if (!QDir().mkpath(QFileInfo(target).absolutePath())) {
-        SystemLog::logText(u"Cannot create the autostart directory for "_s + target);
+        SystemLog::logText(u"Cannot create the autostart directory for "_s + target + u": "_s
+                           + QString::fromLocal8Bit(std::strerror(errno)));
         return false;
     }
-    QSaveFile file(target);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) < 0 || !file.commit()) {
-        SystemLog::logText(u"Cannot write autostart entry "_s + target + u": "_s + file.errorString());
+    if (const auto error = WholeFile::write(target, bytes, WholeFile::Mode::Replace)) {
+        SystemLog::logText(u"Cannot write autostart entry "_s + target + u": "_s
+                           + error->localizedDescription());
         return false;
     }
     return true;
@@ -150,10 +156,10 @@ bool XdgLoginItems::disable(const QString& bundleIdentifier, const QString& targ
         g_key_file_set_boolean(keyFile.get(), group, "Hidden", TRUE);
         return writeEntry(keyFile.get(), target);
     }
-    if (!QFileInfo::exists(target) && !QFileInfo(target).isSymLink())
-        return true;
-    if (!QFile::remove(target)) {
-        SystemLog::logText(u"Cannot remove autostart entry "_s + target);
+    // Removed without looking first: a look that fails must not pass for an entry that is not there.
+    if (::unlink(QFile::encodeName(target).constData()) != 0 && errno != ENOENT) {
+        SystemLog::logText(u"Cannot remove autostart entry "_s + target + u": "_s
+                           + QString::fromLocal8Bit(std::strerror(errno)));
         return false;
     }
     return true;

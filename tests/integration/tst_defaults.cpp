@@ -119,7 +119,7 @@ private Q_SLOTS:
         }
         QCOMPARE(QDir(u"/proc/self/fd"_s).count(), openFiles);
         QVERIFY2(m_sink->lines().value(0).contains(u"Cannot read defaults file "_s + file()
-                                                   + u": not a regular"_s),
+                                                   + u": Is a directory"_s),
                  qPrintable(log()));
     }
 

@@ -152,7 +152,7 @@ private Q_SLOTS:
         // Second names keep the old files' blocks in use after they are removed.
         QTest::newRow("disk full")
             << u"ln \"$1\" \"$HOME/1\"; ln \"$2\" \"$HOME/2\"; cat /dev/zero >\"$HOME/0\""_s
-            << QStringList{u"Code=28 "_s, u"is the disk full?"_s} << false;
+            << QStringList{u"Code=28 "_s, u"No space left on device"_s} << false;
         QTest::newRow("read-only") << u"mount -o remount,ro \"$HOME\""_s
                                    << QStringList{u"Code=30 "_s, u"Read-only file system"_s} << true;
     }
