@@ -28,6 +28,10 @@ struct PlatformServices {
 
 class Platform {
 public:
+    // First thing in main, before anything opens a file: standard streams the surroundings left
+    // closed, or whose reader went away, cost no file of the program's and never end it.
+    static void prepareProcess();
+
     static DefaultsStore& defaults();
     static Workspace& workspace();
     static LoginItems& loginItems();

@@ -1,5 +1,7 @@
 #include "LinuxLogSink.h"
 
+#include "StandardStreams.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -34,19 +36,11 @@ QByteArray LinuxLogSink::prefix()
 
 void LinuxLogSink::write(const QByteArray& line)
 {
+    const int saved = errno; // a log line between a failed call and the report of its reason changes nothing
     QByteArray whole = prefix();
     whole.append(line).append('\n');
     // One write call per line keeps lines of concurrent threads apart.
-    const char* data = whole.constData();
-    qsizetype left = whole.size();
-    while (left > 0) {
-        const ssize_t written = ::write(STDERR_FILENO, data, static_cast<size_t>(left));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            break;
-        data += written;
-        left -= written;
-    }
+    StandardStreams::writeError(whole);
     syslog(LOG_NOTICE, "%s", line.constData());
+    errno = saved;
 }

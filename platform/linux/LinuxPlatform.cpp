@@ -7,6 +7,7 @@
 #include "LocalSocketInstanceChannel.h"
 #include "PlistDefaultsStore.h"
 #include "PosixFileManager.h"
+#include "StandardStreams.h"
 #include "TerminationSignals.h"
 #include "XdgLoginItems.h"
 
@@ -25,6 +26,11 @@ PlatformServices Platform::createDefault()
     services.instanceChannel = std::make_shared<LocalSocketInstanceChannel>();
     services.fileManager = std::make_shared<PosixFileManager>();
     return services;
+}
+
+void Platform::prepareProcess()
+{
+    StandardStreams::secure();
 }
 
 bool Platform::hasDisplay()
