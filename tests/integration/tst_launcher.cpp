@@ -1,83 +1,44 @@
+#include "LauncherBundle.h"
+#include "PlistDocument.h"
 #include "Testing.h"
+
+#include <QScopeGuard>
 
 #include <csignal>
 
+#include <sched.h>
+#include <sys/mount.h>
+
 #define VERIFY_RUN(condition, run) QVERIFY2(condition, qPrintable((run)->output()))
 
-namespace {
+// Set before main, while this is the only thread: a full disk is a small file system mounted in a mount
+// namespace of this process's own.
+static const bool privateMounts = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
+                                  && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 
-// One run of the launcher bundle, with its output collected as it comes; killed when dropped.
-struct Launch : QProcess {
-    QString seen;
-    ~Launch() override { kill(), waitForFinished(); }
-    QString output() { return seen += QString::fromUtf8(readAll()); }
-    bool says(const QString& text) { return output().contains(text); }
-    // False when the process ended or time ran out before the text came.
-    bool waitFor(const QString& text)
-    {
-        return QTest::qWaitFor([&] { return says(text) || state() == NotRunning; }, 15000) && says(text);
-    }
-    // The exit status; 255 for an abnormal end (a fatal error aborts), -1 when still running after 15 s.
-    int finish() { return state() && !waitForFinished(15000) ? -1 : exitStatus() ? 255 : exitCode(); }
-};
+namespace {
 
 const QString window = u"window shown: MainWindow"_s;
 const QString handedOver = u"handed over to the running launcher"_s;
 const QString check = u"checkVersion"_s;
-const QString networkModule = u"bundle/lib/zelna-quorin/plugins/libzq-feed-download.so"_s;
-const char* const feedXml = "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\">"
-                            "<channel><item><sparkle:version>%1</sparkle:version></item></channel></rss>";
-const char* const infoXml = "<plist><dict>%1<key>CFBundleIdentifier</key><string>com.zelna.Quorin</string>"
-                            "<key>CFBundleShortVersionString</key><string>1.0.0</string>"
-                            "<key>CFBundleVersion</key><string>1.0.0</string></dict></plist>";
 
 } // namespace
 
 // The built launcher in a bundle of its own and a temporary home, with a stand-in pluginkit.
 class TestLauncher : public QObject {
     Q_OBJECT
-    std::unique_ptr<TempHome> m_home;
-    QProcessEnvironment m_env;
+    std::unique_ptr<LauncherBundle> m_bundle;
 
-    QString path(const QString& relative) const { return m_home->path() + u'/' + relative; }
-    std::unique_ptr<Launch> launch(const QStringList& arguments = {}, bool display = true)
+    QString path(const QString& relative) const { return m_bundle->path(relative); }
+    std::unique_ptr<Launch> launch(const QStringList& arguments = {}, bool display = true,
+                                   const QString& prepare = {})
     {
-        auto run = std::make_unique<Launch>();
-        QProcessEnvironment env = m_env;
-        for (const QString& name : {u"DISPLAY"_s, u"WAYLAND_DISPLAY"_s, u"QT_QPA_PLATFORM"_s})
-            display ? void() : env.remove(name);
-        run->setProcessEnvironment(env);
-        run->setProcessChannelMode(QProcess::MergedChannels);
-        // With a descriptor open that is not close-on-exec, as a careless parent leaves one: the
-        // stand-in pluginkit records it if it reaches the election.
-        run->start(u"/bin/sh"_s, QStringList{u"-c"_s, u"exec 7</dev/null; exec \"$0\" \"$@\""_s,
-                                             path(u"bundle/bin/zelna-quorin"_s)}
-                                     + arguments);
-        return run;
+        return m_bundle->launch(arguments, display, prepare);
     }
-    // The bundle's Info.plist with the given entries, or with a feed file of version "1.0" or "2.0", or
-    // "none" for a feed file that is missing, or "no module" / "other module" for version 1.0 and no
-    // network module / another plug-in in its place.
-    void writeInfo(QByteArray feed)
-    {
-        if (feed.endsWith(" module")) {
-            QVERIFY(
-                QFile::remove(path(networkModule))
-                && (feed == "no module"
-                    || QFile::copy(QStringLiteral(ZQ_PLUGINS "/libzq-ui-reader.so"), path(networkModule))));
-            feed = "1.0";
-        }
-        const QString appcast = path(u"appcast.xml"_s);
-        if (feed == "1.0" || feed == "2.0")
-            QVERIFY(TempHome::writeFile(appcast, QByteArray(feedXml).replace("%1", feed)));
-        if (feed == "1.0" || feed == "2.0" || feed == "none")
-            feed = "<key>SUFeedURL</key><string>" + QUrl::fromLocalFile(appcast).toEncoded() + "</string>";
-        QVERIFY(TempHome::writeFile(path(u"bundle/share/zelna-quorin/Info.plist"_s),
-                                    QByteArray(infoXml).replace("%1", feed)));
-    }
+    void writeInfo(const QByteArray& feed) { QVERIFY(m_bundle->writeInfo(feed)); }
     bool checkRecorded() const
     {
-        return TempHome::readFile(m_home->configHome() + u"/com.zelna.Quorin.plist"_s)
+        return TempHome::readFile(m_bundle->home().configHome() + u"/com.zelna.Quorin.plist"_s)
             .contains(u"SULastCheckTime"_s);
     }
     // What another user's reopen request meets: "refused", "hung up" or "answered".
@@ -99,25 +60,8 @@ class TestLauncher : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<TempHome>();
-        QVERIFY(QDir().mkpath(path(u"bundle/bin"_s)) && QDir().mkpath(path(u"bundle/share/zelna-quorin"_s))
-                && QDir().mkpath(path(u"bundle/lib/zelna-quorin/plugins"_s))
-                && QDir().mkpath(path(u"tmp"_s)));
-        QVERIFY(QFile::copy(QStringLiteral(ZQ_LAUNCHER), path(u"bundle/bin/zelna-quorin"_s))
-                && QFile::copy(QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath()
-                                   + u"/../share/zelna-quorin/Main.ui"_s,
-                               path(u"bundle/share/zelna-quorin/Main.ui"_s))
-                && QFile::copy(QStringLiteral(ZQ_PLUGINS "/libzq-feed-download.so"), path(networkModule))
-                && QFile::copy(QStringLiteral(ZQ_PLUGINS "/libzq-ui-reader.so"),
-                               path(u"bundle/lib/zelna-quorin/plugins/libzq-ui-reader.so"_s))
-                && QFile::copy(QStringLiteral(ZQ_FAKE_PLUGINKIT), path(u"bundle/bin/pluginkit"_s)));
-        m_home->applyToProcess();
-        m_env = QProcessEnvironment::systemEnvironment();
-        m_env.insert(u"PATH"_s, path(u"bundle/bin:"_s) + m_env.value(u"PATH"_s));
-        m_env.insert(u"TMPDIR"_s, path(u"tmp"_s));
-        m_env.insert(u"ZQ_PLUGINKIT_LOG"_s, path(u"pluginkit.log"_s));
-        m_env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
-        m_env.insert(u"QT_LOGGING_RULES"_s, u"zelna.*.debug=true"_s);
+        m_bundle = LauncherBundle::make();
+        QVERIFY(m_bundle);
     }
 
     void start_data()
@@ -224,13 +168,14 @@ private Q_SLOTS:
         VERIFY_RUN(first->waitFor(u"update alert shown"_s) && QFile::exists(socket), first);
         if (::geteuid() == 0) { // only root can act as another user
             QCOMPARE(reopenAsNobody(socket), u"refused"_s);
-            QVERIFY(TempHome::letOthersThrough(m_home->path()) && TempHome::letOthersThrough(folder));
+            QVERIFY(TempHome::letOthersThrough(m_bundle->home().path())
+                    && TempHome::letOthersThrough(folder));
             QVERIFY(QFile::setPermissions(socket, QFile::Permissions(0x6666)));
             QCOMPARE(reopenAsNobody(socket), u"hung up"_s);
         }
-        m_env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-test_TIME42"_s); // what the desktop gives a start
-        auto second = launch();                                     // no service pass of its own
-        m_env.remove(u"DESKTOP_STARTUP_ID"_s);
+        m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-test_TIME42"_s); // what the desktop gives a start
+        auto second = launch();                                             // no service pass of its own
+        m_bundle->env.remove(u"DESKTOP_STARTUP_ID"_s);
         VERIFY_RUN(second->finish() == 0 && second->says(handedOver) && !second->says(u"ZELNA_LOG"_s)
                        && TempHome::readFile(path(u"pluginkit.log"_s)).count(u'\n') == 1,
                    second);
@@ -243,6 +188,49 @@ private Q_SLOTS:
         writeInfo("1.0");
         auto checker = launch({check}); // a checker never hands over: it checks
         VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
+    }
+
+    // However the surroundings hand over the standard streams and the disk, the checker does its whole pass
+    // and ends with 0: no log line ends it or lands in one of its files, a full disk leaves no file.
+    void surroundings_data()
+    {
+        QTest::addColumn<QString>("prepare"); // a shell's commands in the home, before the launcher starts
+        QTest::newRow("standard streams closed") << u"exec <&- >&- 2>&-"_s;
+        QTest::newRow("log reader gone") << u"mkfifo p && exec 3<>p 2>p 3<&-"_s;
+        QTest::newRow("log reader not reading")
+            << u"mkfifo p && exec 3<>p; dd if=/dev/zero of=p bs=1M count=1 oflag=nonblock 2>&-; exec 2>p"_s;
+        QTest::newRow("standard error on a full device") << u"exec 2>/dev/full"_s;
+        QTest::newRow("configuration folder full") << u"cat /dev/zero >\"$XDG_CONFIG_HOME/fill\" 2>&-"_s;
+    }
+    void surroundings()
+    {
+        QFETCH(QString, prepare);
+        const QString config = m_bundle->home().configHome();
+        const bool full = prepare.contains(u"/fill"_s);
+        if (full && !privateMounts)
+            QSKIP("needs root: the configuration folder becomes a small file system of its own");
+        const auto unmount = qScopeGuard([&] { full&& ::umount2(QFile::encodeName(config), MNT_DETACH); });
+        QVERIFY(!full || ::mount("zq-full", QFile::encodeName(config), "tmpfs", 0, "size=64k") == 0);
+        writeInfo("1.0");
+        m_bundle->installService();
+        auto run = launch({check}, true, prepare);
+        VERIFY_RUN(run->finish() == 0, run);
+        TempHome::killAll(m_bundle->service());
+        QCOMPARE(TempHome::readFile(path(u"pluginkit.log"_s)),
+                 u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
+        QCOMPARE(TempHome::readFile(path(u"service-starts"_s)).count(u'\n'), 1);
+        const QStringList files{u"com.zelna.Quorin.plist"_s, u"K4WQ7ZT2RB.group.zelna.Quorin.plist"_s,
+                                u"autostart/com.zelna.Quorin.Service.desktop"_s};
+        for (const QString& name : files) {
+            const QByteArray bytes = TempHome::readFile(config + u'/' + name).toUtf8();
+            QVERIFY2(full ? !QFileInfo::exists(config + u'/' + name)
+                          : (PlistDocument::parse(bytes)
+                             || bytes.startsWith("[Desktop Entry]\nType=Application\n"))
+                                && !bytes.contains("zelna-quorin[") && !bytes.contains("ZELNA_LOG"),
+                     qPrintable(name + u": "_s + QString::fromUtf8(bytes)));
+        }
+        QCOMPARE(QDir(config).entryList(QDir::Files | QDir::Hidden),
+                 full ? QStringList{u"fill"_s} : files.mid(0, 2));
     }
 
     // The first signal of the session or a terminal ends the launcher as after Quit, its lock given
@@ -267,7 +255,7 @@ private Q_SLOTS:
 #endif
         const QString sleeper = path(u"sleep"_s); // a copy, so that only this one is ended afterwards
         QVERIFY(!hangs || QFile::copy(u"/bin/sleep"_s, sleeper));
-        m_env.insert(u"ZQ_PLUGINKIT_SLEEP"_s, hangs ? sleeper : QString());
+        m_bundle->env.insert(u"ZQ_PLUGINKIT_SLEEP"_s, hangs ? sleeper : QString());
         auto run = launch(arguments.split(u' ', Qt::SkipEmptyParts));
         // Hanging, it is signalled once it catches SIGTERM (its status says so), with the election run.
         const auto catching = [&run] {
@@ -301,37 +289,24 @@ private Q_SLOTS:
         writeInfo(
             "<key>SUFeedURL</key><integer>42</integer><key>ZLHelpBaseURL</key><string>https://h.example/"
             "</string><key>ZLHelpPageFragment</key><string>guide</string>");
-        const QString plist = m_home->configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s;
+        const QString plist = m_bundle->home().configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s;
         QVERIFY(
             TempHome::writeFile(plist, "<plist><dict><key>QREnabled</key><string>0</string></dict></plist>")
             && TempHome::writeFile(path(u"bundle/bin/xdg-open"_s),
                                    "#!/bin/sh\necho \"$@\" >>\"$HOME/opened\"\n")
             && QFile::setPermissions(path(u"bundle/bin/xdg-open"_s), QFile::ReadOwner | QFile::ExeOwner));
-        Launch xvfb;
-        xvfb.start(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s, u"1280x800x24"_s});
-        QVERIFY(xvfb.waitForReadyRead(10000));
-        m_env.insert(u"DISPLAY"_s, u':' + xvfb.output().trimmed());
-        m_env.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
+        QVERIFY(m_bundle->startDisplay());
         auto run = launch();
-        const auto xdotool = [this](const QStringList& arguments) {
-            Launch tool;
-            tool.setProcessEnvironment(m_env);
-            tool.start(u"xdotool"_s, arguments);
-            return tool.finish() == 0 ? tool.output().section(u'\n', 0, 0) : QString();
-        };
-        const QString window
-            = xdotool({u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s, u"^ZELNA Quorin$"_s});
-        VERIFY_RUN(!window.isEmpty(), run);
-        xdotool({u"windowfocus"_s, u"--sync"_s, window}); // there is no window manager to give it the focus
-        const QString preview
-            = m_home->dataHome() + u"/com.zelna.Quorin.shared/Communication/commnuication_file.json"_s;
+        VERIFY_RUN(m_bundle->focusWindow(*run), run);
+        const QString preview = m_bundle->home().dataHome()
+                                + u"/com.zelna.Quorin.shared/Communication/commnuication_file.json"_s;
         const QList<std::tuple<QString, QString, QString>> presses{
             {u"space"_s, plist, u"<string>1</string>"_s},
             {u"Tab space"_s, preview, u"{\"previewEnabled\":false}"_s},
             {u"Tab Tab space"_s, path(u"opened"_s), u"https://h.example/#guide\n"_s},
             {u"shift+Tab shift+Tab shift+Tab space"_s, plist, u"<string>0</string>"_s}};
         for (const auto& [keys, file, text] : presses) {
-            xdotool(QStringList{u"key"_s} + keys.split(u' '));
+            m_bundle->xdotool(QStringList{u"key"_s} + keys.split(u' '));
             VERIFY_RUN(QTest::qWaitFor([&] { return TempHome::readFile(file).contains(text); }, 10000), run);
         }
         // The start's pass, with the product off, then the one that turning it on ran.
