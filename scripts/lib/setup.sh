@@ -7,7 +7,7 @@ ZQ_PACKAGES=(
     libplist-dev libglib2.0-dev
     libbenchmark-dev
     python3 desktop-file-utils appstream dpkg-dev file lintian clang-format
-    xvfb xauth x11-utils xdotool imagemagick
+    xvfb xauth x11-utils xdotool imagemagick strace
 )
 
 zq_missing_packages() {

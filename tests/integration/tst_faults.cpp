@@ -1,0 +1,342 @@
+#include "LauncherBundle.h"
+#include "PlistDocument.h"
+#include "ProcFs.h"
+#include "Testing.h"
+
+#include <QDirIterator>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <csignal>
+
+namespace {
+
+// The errors each kind of call meets on a real machine: a full disk, a read-only or forbidden folder, a
+// failing disk, a process out of descriptors, no lock records left. Other kinds are not faulted.
+QStringList errorsOf(const QString& kind, const QString& call)
+{
+    static const QList<std::pair<QStringList, QString>> table{
+        {{u"write"_s, u"pwrite64"_s, u"fdatasync"_s}, u"ENOSPC EIO"_s},
+        {{u"linkat"_s, u"renameat"_s}, u"ENOSPC EACCES EROFS EIO"_s},
+        {{u"unlink"_s, u"unlinkat"_s}, u"EACCES EROFS EIO"_s},
+        {{u"newfstatat"_s, u"statx"_s, u"access"_s}, u"EACCES EIO"_s},
+        {{u"read"_s, u"close"_s}, u"EIO"_s},
+        {{u"mkdir"_s, u"bind"_s}, u"ENOSPC EACCES EROFS"_s},
+        {{u"fchmod"_s, u"chmod"_s}, u"EACCES EROFS"_s},
+        {{u"socket"_s, u"socketpair"_s}, u"EMFILE"_s},
+        {{u"flock"_s}, u"ENOLCK"_s}};
+    QString errors;
+    if (kind == u"openat"_s) // a file system without unnamed files refuses them with EOPNOTSUPP
+        errors
+            = call.contains(QRegularExpression(u"O_(WRONLY|RDWR|CREAT|TMPFILE)"_s))
+                  ? u"ENOSPC EACCES EROFS EIO"_s + (call.contains(u"O_TMPFILE"_s) ? u" EOPNOTSUPP"_s : u""_s)
+                  : u"EACCES EIO EMFILE"_s;
+    for (const auto& [kinds, those] : table)
+        errors += kinds.contains(kind) ? those : QString();
+    return errors.split(u' ', Qt::SkipEmptyParts);
+}
+
+// One path of the launcher as the user meets it: what is on disk, how it is started, and which of its calls
+// are faulted: a pattern on the file a call names (the home as "~"), on the folder of the unnamed file it
+// writes, or, for the launcher's own sockets, on "socket".
+struct Path {
+    QString name;
+    QStringList arguments;
+    QString display; // the Qt platform: none, offscreen, or xcb (the preview is then turned off by keys)
+    QMap<QString, QByteArray> files;
+    bool serviceRunning = false;
+    QString faulted = u"^~/(config|runtime|data/com\\.zelna)|^socket$"_s;
+    QByteArray feed = "1.0"; // see LauncherBundle::writeInfo
+};
+
+// One call: the how-manyth of its kind among those that name the same file (or among all of its kind),
+// which is how strace -P finds it again whatever else the process does; and the fault it meets: an error's
+// name, or SIGKILL on entering it.
+struct Fault {
+    int path = 0;
+    QString kind, file;
+    int ordinal = 0;
+    QString call; // see site()
+    QString fault;
+};
+
+const QString flagFile = u"~/config/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s;
+const QString checkFile = u"~/config/com.zelna.Quorin.plist"_s;
+const QString previewFile = u"~/data/com.zelna.Quorin.shared/Communication/commnuication_file.json"_s;
+const QByteArray checked = "<plist><dict><key>SULastLaunchedBundleVersion</key><string>1.0.0</string>"
+                           "<key>SULastCheckTime</key><date>2020-01-01T00:00:00Z</date></dict></plist>";
+
+QByteArray flag(const char* value)
+{
+    return "<plist><dict><key>QREnabled</key><string>" + QByteArray(value) + "</string></dict></plist>";
+}
+
+// A list, a desktop entry or the preview state as its readers take it: whole, with no log line in it.
+bool whole(const QString& name, const QByteArray& bytes)
+{
+    if (bytes.contains("ZELNA_LOG") || bytes.contains("zelna-quorin["))
+        return false;
+    if (name.endsWith(u".plist"_s))
+        return PlistDocument::parse(bytes).has_value();
+    if (name.endsWith(u".desktop"_s))
+        return bytes.startsWith("[Desktop Entry]\n") && bytes.contains("\nExec=") && bytes.endsWith('\n');
+    if (name.endsWith(u".json"_s))
+        return QJsonDocument::fromJson(bytes).object().value(u"previewEnabled"_s).isBool();
+    return name.endsWith(u".socket"_s); // nothing in it to cut
+}
+
+// Which call a line of strace's shows: its kind and the first file of the home it names, else how its
+// arguments begin (a call killed on entering it shows only those), without what differs from run to run.
+QString site(const QString& line)
+{
+    static const QRegularExpression file(u"~/[^\"<>]*"_s), changing(u"0x[0-9a-f]+|[0-9]+"_s);
+    const QRegularExpressionMatch named = file.match(line);
+    return QString(named.hasMatch() ? line.left(line.indexOf(u'(')) + named.captured() : line.left(24))
+        .replace(changing, u"#"_s);
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Fault)
+
+// Every call that the launcher's main thread makes on its own files and sockets, recorded by strace on a
+// clean run of each path, is made to fail with each error it can meet, and, apart from that, the launcher is
+// killed right after it (strace's fault injection). Then the launcher ended as the clean run did; every file
+// is whole, or as it was (the preview file may be gone: it is removed before it is written); no file is left
+// that a clean run does not leave, but for what a kill cut short or a lock whose removal failed, and after a
+// kill the next start ends as usual; unless the files are as after a clean run, one log line says what
+// failed.
+class TestFaults : public QObject {
+    Q_OBJECT
+    std::unique_ptr<LauncherBundle> m_bundle;
+    QList<Path> m_paths;
+    QHash<int, std::pair<int, QMap<QString, QByteArray>>> m_clean; // how each path ends, and its files
+
+    QString home() const { return m_bundle->home().path(); }
+    QString trace() const { return m_bundle->path(u"trace"_s); }
+    // The launcher's main thread alone (not its other threads, not the programs it starts), each descriptor
+    // shown with its file.
+    QStringList strace() const
+    {
+        return {u"strace"_s, u"-qq"_s, u"-y"_s, u"-e"_s, u"signal=none"_s, u"-o"_s, trace()};
+    }
+
+    // The home as the path finds it, and the service running if it should be.
+    void restore(const Path& path)
+    {
+        TempHome::killAll(m_bundle->service());
+        for (const QString& folder : {u"/config"_s, u"/runtime"_s, u"/data/com.zelna.Quorin.shared"_s})
+            QVERIFY(QDir(home() + folder).removeRecursively());
+        QVERIFY(QDir().mkdir(home() + u"/runtime"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        for (auto file = path.files.begin(); file != path.files.end(); ++file)
+            QVERIFY(TempHome::writeFile(QString(file.key()).replace(0, 1, home()), file.value()));
+        QVERIFY(m_bundle->writeInfo(path.feed)
+                && (!path.serviceRunning || QProcess::startDetached(m_bundle->service())));
+    }
+
+    // The files the launcher keeps, by their names with the home as "~", check times made equal.
+    QMap<QString, QByteArray> files() const
+    {
+        static const QRegularExpression date(u"<date>[^<]*</date>"_s);
+        QMap<QString, QByteArray> found;
+        for (QDirIterator entries(home(), QDir::Files | QDir::Hidden | QDir::System,
+                                  QDirIterator::Subdirectories);
+             entries.hasNext();) {
+            const QString name = u'~' + entries.next().mid(home().size());
+            if (name.contains(QRegularExpression(m_paths.first().faulted)))
+                found.insert(name, TempHome::readFile(entries.filePath())
+                                       .replace(date, u"<date>2000-01-01T00:00:00Z</date>"_s)
+                                       .toUtf8());
+        }
+        return found;
+    }
+
+    // Runs the path, through a tracer when given; with a window, turns the preview off and then ends it as
+    // the session would. How it ended (128 and the number of a signal that ended it) and its files; nothing
+    // when it did not end in time.
+    std::optional<std::pair<int, QMap<QString, QByteArray>>> run(const Path& path, const QStringList& tracer,
+                                                                 QString& output)
+    {
+        m_bundle->env.insert(u"QT_QPA_PLATFORM"_s, path.display);
+        auto run = m_bundle->launch(path.arguments, path.display != u"none"_s, {}, tracer);
+        if (path.display == u"xcb"_s) {
+            const QString preview = QString(previewFile).replace(0, 1, home()),
+                          before = TempHome::readFile(preview);
+            // Keys once the launcher has activated its window, which would otherwise take the focus back.
+            if (run->waitFor(u"application activated"_s) && m_bundle->focusWindow(*run))
+                m_bundle->xdotool({u"key"_s, u"Tab"_s, u"space"_s});
+            // Written, or failed and said so, or the launcher was killed.
+            (void)QTest::qWaitFor(
+                [&] {
+                    return TempHome::readFile(preview) != before || run->says(u"Error Domain="_s)
+                           || run->state() == QProcess::NotRunning;
+                },
+                20000);
+            for (const ProcFs::Process& process : ProcFs().processes()) // the launcher, not its tracer
+                if (process.executable == m_bundle->path(u"bundle/bin/zelna-quorin"_s))
+                    ::kill(pid_t(process.pid), SIGTERM);
+        }
+        const bool ended = run->state() == QProcess::NotRunning || run->waitForFinished(30000);
+        output = run->output();
+        if (!ended)
+            return std::nullopt;
+        return std::pair(run->exitStatus() == QProcess::CrashExit ? 128 + run->exitCode() : run->exitCode(),
+                         files());
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_bundle = LauncherBundle::make();
+        QVERIFY(m_bundle);
+        m_bundle->installService();
+        // An older login item, which the enabled pass replaces.
+        const std::pair<QString, QByteArray> loginItem{
+            u"~/config/autostart/com.zelna.Quorin.Service.desktop"_s,
+            "[Desktop Entry]\nType=Application\nName=Service\nExec=" + QFile::encodeName(m_bundle->service())
+                + '\n'};
+        m_paths = {{u"enabled pass"_s, {u"checkVersion"_s}, u"none"_s, {}},
+                   {u"disabled pass"_s,
+                    {u"checkVersion"_s},
+                    u"none"_s,
+                    {{flagFile, flag("0")}, {checkFile, checked}, loginItem},
+                    true},
+                   {u"checker with a window"_s,
+                    {u"checkVersion"_s},
+                    u"offscreen"_s,
+                    {{flagFile, flag("1")}, {checkFile, checked}, loginItem}}};
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__) // the X libraries are not instrumented
+        QVERIFY(m_bundle->startDisplay());
+        // No update check, whose write of the check time would meet the preview's at varying times.
+        m_paths.append(
+            {u"preview write"_s,
+             {},
+             u"xcb"_s,
+             {{flagFile, flag("1")}, {checkFile, checked}, {previewFile, R"({"previewEnabled":true})"}},
+             false,
+             u"^~/data/com\\.zelna"_s,
+             "<key>SUFeedURL</key><integer>42</integer>"});
+#endif
+    }
+
+    void cleanup()
+    {
+        TempHome::killAll(m_bundle->service());
+    }
+
+    void faults_data()
+    {
+        QTest::addColumn<Fault>("fault");
+        static const QRegularExpression line(u"^(\\w+)\\((.*)\\) += "_s), named(u"[\"<](~/[^\"<>#]*)[\">]"_s),
+            unnamed(u"<(~/[^<>]*)/#[0-9]+>"_s), ownSocket(u"^(socket|socketpair|bind|listen)$"_s);
+        for (int i = 0; i < m_paths.size(); ++i) {
+            const QRegularExpression faulted(m_paths[i].faulted);
+            restore(m_paths[i]);
+            QString output;
+            const auto clean = run(m_paths[i], strace(), output);
+            QVERIFY2(clean, qPrintable(output));
+            m_clean.insert(i, *clean);
+            QHash<QString, int> counts; // by kind, and by kind and file
+            QString previous;
+            for (const QString& text : TempHome::readFile(trace()).replace(home(), u"~"_s).split(u'\n')) {
+                const QRegularExpressionMatch call = line.match(text);
+                const QString kind = call.captured(1), shown = call.captured(2);
+                // The files it names, as strace -P finds them; the address of a socket is not one.
+                QStringList files;
+                for (const QRegularExpressionMatch& file :
+                     named.globalMatch(ownSocket.match(kind).hasMatch() ? QString() : shown))
+                    files << file.captured(1);
+                files.removeDuplicates();
+                for (const QString& file : files)
+                    ++counts[kind + u' ' + file];
+                const int all = ++counts[kind];
+                // An unnamed file's writes, and the sockets, are counted among all calls of their kind.
+                const QString file = files.value(0),
+                              scope = !file.isEmpty() ? file
+                                      : ownSocket.match(kind).hasMatch() && !shown.contains(u"DGRAM"_s)
+                                          ? u"socket"_s
+                                          : unnamed.match(shown).captured(1);
+                if (!call.hasMatch() || scope.isEmpty() || !scope.contains(faulted))
+                    continue;
+                const Fault fault{i,
+                                  kind,
+                                  file,
+                                  file.isEmpty() ? all : counts[kind + u' ' + file],
+                                  site(kind + u'(' + shown),
+                                  {}};
+                const QString where = u"%1 #%2 %3"_s.arg(kind).arg(fault.ordinal).arg(file);
+                for (const QString& error : errorsOf(kind, shown))
+                    QTest::addRow("%s: %s fails with %s", qPrintable(m_paths[i].name), qPrintable(where),
+                                  qPrintable(error))
+                        << Fault{fault.path, kind, file, fault.ordinal, fault.call, error};
+                // Killed on entering this call: right after the one before, whose effect is all on disk.
+                if (!previous.isEmpty() && !errorsOf(kind, shown).isEmpty())
+                    QTest::addRow("%s: killed after %s", qPrintable(m_paths[i].name), qPrintable(previous))
+                        << Fault{fault.path, kind, file, fault.ordinal, fault.call, u"SIGKILL"_s};
+                previous = errorsOf(kind, shown).isEmpty() ? previous : where;
+            }
+        }
+    }
+    void faults()
+    {
+        QFETCH(Fault, fault);
+        const Path& path = m_paths[fault.path];
+        const auto& [cleanStatus, cleanFiles] = m_clean[fault.path];
+        const bool kill = fault.fault == u"SIGKILL"_s;
+        restore(path);
+        const QMap<QString, QByteArray> before = files();
+        QString output;
+        const QStringList only = fault.file.isEmpty()
+                                     ? QStringList()
+                                     : QStringList{u"-P"_s, QString(fault.file).replace(0, 1, home())};
+        const QString injected = (kill ? u":signal=SIGKILL"_s : u":error="_s + fault.fault) + u":when="_s
+                                 + QString::number(fault.ordinal);
+        const auto outcome = run(path,
+                                 strace() + only
+                                     + QStringList{u"-e"_s, u"trace="_s + fault.kind, u"-e"_s,
+                                                   u"inject="_s + fault.kind + injected},
+                                 output);
+        QVERIFY2(outcome, qPrintable(u"no end within 30 s\n"_s + output));
+        const QString met = TempHome::readFile(trace())
+                                .replace(home(), u"~"_s)
+                                .section(u'\n', fault.ordinal - 1, fault.ordinal - 1);
+        QVERIFY2(site(met) == fault.call, qPrintable(u"the fault met another call: "_s + met));
+        QVERIFY2(outcome->first == (kill ? 128 + SIGKILL : cleanStatus),
+                 qPrintable(u"ended with %1\n"_s.arg(outcome->first) + output));
+        for (auto [name, bytes] : outcome->second.asKeyValueRange()) {
+            // What a kill cut short, or a lock whose removal failed, waits for the next start or writer.
+            if (before.value(name) == bytes
+                || (name.contains(QRegularExpression(u"\\.(lock|socket|new)$"_s))
+                    && (kill || name == fault.file)))
+                continue;
+            QVERIFY2(cleanFiles.contains(name), qPrintable(u"left behind: "_s + name));
+            QVERIFY2(whole(name, bytes), qPrintable(name + u": "_s + QString::fromUtf8(bytes)));
+        }
+        for (const QString& name : before.keys())
+            QVERIFY2(outcome->second.contains(name) || !cleanFiles.contains(name) || name == previewFile,
+                     qPrintable(u"lost: "_s + name));
+        if (kill) { // the next start ends as usual; a stale lock of a file it does not write waits for its
+                    // next writer
+            const auto next = run(path, {}, output);
+            QVERIFY2(next && next->first == cleanStatus, qPrintable(output));
+            for (auto [name, bytes] : next->second.asKeyValueRange())
+                QVERIFY2((cleanFiles.contains(name) && whole(name, bytes)) || name.endsWith(u".lock"_s),
+                         qPrintable(name));
+        } else if (outcome->second != cleanFiles) {
+            // One log line says what failed, with the reason strace gave; Qt names only the file of a lock it
+            // cannot remove.
+            const QString reason = met.section(u'(', -2, -2).chopped(2);
+            const QString file
+                = fault.file.endsWith(u".lock"_s) ? QString(fault.file).replace(0, 1, home()) : reason;
+            QVERIFY2(output.split(u'\n')
+                             .filter(QRegularExpression(QRegularExpression::escape(reason) + u'|'
+                                                        + QRegularExpression::escape(file)))
+                             .size()
+                         == 1,
+                     qPrintable(output));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestFaults)
+#include "tst_faults.moc"
