@@ -99,6 +99,14 @@ QString site(const QString& line)
 
 Q_DECLARE_METATYPE(Fault)
 
+// Under a sanitizer each call fails once, with its first error, and no kills: what the sanitizer looks at is
+// the code that meets a failure, which the other errors and the kills take again.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+
 // Every call that the launcher's main thread makes on its own files and sockets, recorded by strace on a
 // clean run of each path, is made to fail with each error it can meet, and, apart from that, the launcher is
 // killed right after it (strace's fault injection). Then the launcher ended as the clean run did; every file
@@ -158,6 +166,9 @@ class TestFaults : public QObject {
                                                                  QString& output)
     {
         m_bundle->env.insert(u"QT_QPA_PLATFORM"_s, path.display);
+        // LeakSanitizer cannot look into the threads of a process that a tracer holds.
+        m_bundle->env.insert(u"ASAN_OPTIONS"_s,
+                             tracer.isEmpty() ? qEnvironmentVariable("ASAN_OPTIONS") : u"detect_leaks=0"_s);
         auto run = m_bundle->launch(path.arguments, path.display != u"none"_s, {}, tracer);
         if (path.display == u"xcb"_s) {
             const QString preview = QString(previewFile).replace(0, 1, home()),
@@ -205,24 +216,21 @@ private Q_SLOTS:
                     {u"checkVersion"_s},
                     u"offscreen"_s,
                     {{flagFile, flag("1")}, {checkFile, checked}, loginItem}}};
-#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__) // the X libraries are not instrumented
-        QVERIFY(m_bundle->startDisplay());
-        // No update check, whose write of the check time would meet the preview's at varying times.
-        m_paths.append(
-            {u"preview write"_s,
-             {},
-             u"xcb"_s,
-             {{flagFile, flag("1")}, {checkFile, checked}, {previewFile, R"({"previewEnabled":true})"}},
-             false,
-             u"^~/data/com\\.zelna"_s,
-             "<key>SUFeedURL</key><integer>42</integer>"});
-#endif
+        if (!sanitized) { // the X libraries are not instrumented
+            // No update check, whose write of the check time would meet the preview's at varying times.
+            m_paths.append(
+                {u"preview write"_s,
+                 {},
+                 u"xcb"_s,
+                 {{flagFile, flag("1")}, {checkFile, checked}, {previewFile, R"({"previewEnabled":true})"}},
+                 false,
+                 u"^~/data/com\\.zelna"_s,
+                 "<key>SUFeedURL</key><integer>42</integer>"});
+            QVERIFY(m_bundle->startDisplay());
+        }
     }
 
-    void cleanup()
-    {
-        TempHome::killAll(m_bundle->service());
-    }
+    void cleanup() { TempHome::killAll(m_bundle->service()); }
 
     void faults_data()
     {
@@ -265,12 +273,12 @@ private Q_SLOTS:
                                   site(kind + u'(' + shown),
                                   {}};
                 const QString where = u"%1 #%2 %3"_s.arg(kind).arg(fault.ordinal).arg(file);
-                for (const QString& error : errorsOf(kind, shown))
+                for (const QString& error : errorsOf(kind, shown).mid(0, sanitized ? 1 : -1))
                     QTest::addRow("%s: %s fails with %s", qPrintable(m_paths[i].name), qPrintable(where),
                                   qPrintable(error))
                         << Fault{fault.path, kind, file, fault.ordinal, fault.call, error};
                 // Killed on entering this call: right after the one before, whose effect is all on disk.
-                if (!previous.isEmpty() && !errorsOf(kind, shown).isEmpty())
+                if (!previous.isEmpty() && !errorsOf(kind, shown).isEmpty() && !sanitized)
                     QTest::addRow("%s: killed after %s", qPrintable(m_paths[i].name), qPrintable(previous))
                         << Fault{fault.path, kind, file, fault.ordinal, fault.call, u"SIGKILL"_s};
                 previous = errorsOf(kind, shown).isEmpty() ? previous : where;
