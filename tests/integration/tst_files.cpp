@@ -1,24 +1,12 @@
-#include "DefaultsSuite.h"
 #include "FileManager.h"
-#include "PlistDefaultsStore.h"
 #include "RecordingLogSink.h"
 #include "Testing.h"
 #include "ZLFileManager.h"
 
-#include <QScopeGuard>
-
-#include <fstream>
-
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/xattr.h>
 
 using Result = ZLFileManager::ZLFileResult;
 
-// Set before main, while this is the only thread: the write-fault rows mount small file systems in a mount
-// namespace of this process's own.
-static const bool privateMounts = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
-                                  && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 static const QString commPath = u"/com.zelna.Quorin.shared/Communication/commnuication_file.json"_s;
 
 // What a shell script printed; nothing when one of its commands failed.
@@ -71,30 +59,12 @@ private Q_SLOTS:
         m_completions.clear();
     }
 
-    void previewIsWrittenAsANewFileEachTime()
+    void previewWriting()
     {
         // Its folders made parent first; an empty folder in the file's place is replaced.
         ZLFileManager manager;
         QVERIFY(manager.communicationFileURL() && QDir().mkdir(commFile()));
-        manager.setPreviewStateEnabled(true);
-        // A reader holding the old file keeps it whole, as it would not were it rewritten in place: others
-        // find it whole, missing or being written, never mixed.
-        std::ifstream holder(QFile::encodeName(commFile()).toStdString());
         manager.setPreviewStateEnabled(false);
-        QCOMPARE(QByteArray::fromStdString({std::istreambuf_iterator<char>(holder), {}}),
-                 R"({"previewEnabled":true})");
-        // Read while it changes, by another program say: old, missing or new, never empty or cut.
-        std::atomic<bool> writing = true;
-        QSet<QByteArray> seen;
-        std::thread reader([&] {
-            for (QFile file(commFile()); writing; file.close())
-                seen << (file.open(QIODevice::ReadOnly) ? file.readAll() : R"({"previewEnabled":false})");
-        });
-        for (int i = 0; i < 500; ++i)
-            manager.setPreviewStateEnabled(i % 2 == 0);
-        writing = false;
-        reader.join();
-        QCOMPARE(seen.subtract({R"({"previewEnabled":true})", R"({"previewEnabled":false})"}).values(), {});
         manager.setPreviewStateEnabled(std::nullopt); // refused, logged, left as it was
         const int input = ::dup(STDIN_FILENO); // there may be no standard input: 0 is closed like any other
         ::close(STDIN_FILENO);
@@ -142,43 +112,6 @@ private Q_SLOTS:
                                             : TempHome::writeFile(commFile(), content)));
         QCOMPARE(manager.previewStateEnabled(), expected);
         QCOMPARE(unlike({logged}), QString());
-    }
-
-    void writeFaults_data()
-    {
-        QTest::addColumn<QString>("fault");      // a script, given the preview file and the flag's file
-        QTest::addColumn<QStringList>("logged"); // for the preview file, then for the flag
-        QTest::addColumn<bool>("previewKept");   // else none is left, never a cut one; the flag's stays
-        // Second names keep the old files' blocks in use after they are removed.
-        QTest::newRow("disk full")
-            << u"ln \"$1\" \"$HOME/1\"; ln \"$2\" \"$HOME/2\"; cat /dev/zero >\"$HOME/0\""_s
-            << QStringList{u"Code=28 "_s, u"No space left on device"_s} << false;
-        QTest::newRow("read-only") << u"mount -o remount,ro \"$HOME\""_s
-                                   << QStringList{u"Code=30 "_s, u"Read-only file system"_s} << true;
-    }
-    void writeFaults()
-    {
-        QFETCH(QString, fault);
-        QFETCH(QStringList, logged);
-        QFETCH(bool, previewKept);
-        if (!privateMounts)
-            QSKIP("needs root: the home becomes a small file system of its own");
-        const QByteArray home = QFile::encodeName(m_home->path());
-        const auto unmount = qScopeGuard([&home] { ::umount2(home, MNT_DETACH); });
-        QVERIFY(::mount("zq-fault", home, "tmpfs", 0, "size=256k") == 0 && QDir().mkpath(m_home->dataHome()));
-        const auto suite = PlistDefaultsStore().open(u"K4WQ7ZT2RB.group.zelna.Quorin"_s);
-        ZLFileManager manager;
-        manager.setPreviewStateEnabled(true);
-        QVERIFY(suite->setValue(u"QREnabled"_s, u"1"_s));
-        const QStringList files{commFile(), m_home->configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s};
-        const QStringList before{TempHome::readFile(files[0]), TempHome::readFile(files[1])};
-        sh(fault, files);
-        m_sink->clear();
-        manager.setPreviewStateEnabled(false);
-        QVERIFY(!suite->setValue(u"QREnabled"_s, u"0"_s) && QFileInfo::exists(files[0]) == previewKept);
-        QCOMPARE(QStringList({TempHome::readFile(files[0]), TempHome::readFile(files[1])}),
-                 QStringList({previewKept ? before[0] : QString(), before[1]}));
-        QCOMPARE(unlike(logged), QString());
     }
 
     // The stub attribute marks a file when it holds the five ASCII bytes "ZELNA", a sixth byte unread.
