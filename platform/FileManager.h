@@ -21,7 +21,7 @@ public:
     // The user's Application Support folder, or why it cannot be located.
     virtual std::variant<QString, ZLError> applicationSupportDirectory() = 0;
 
-    // Whether anything (file, folder, link target) is at the path.
+    // Whether anything (file, folder, link, even one to nothing) is at the path, or cannot be looked at.
     virtual bool fileExists(const QString& path) = 0;
     // Nothing when nothing is there; otherwise whether it is a folder (links followed).
     virtual std::optional<bool> fileExistsIsDirectory(const QString& path) = 0;

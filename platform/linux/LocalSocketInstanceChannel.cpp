@@ -145,10 +145,17 @@ private:
 
 LocalSocketInstanceChannel::LocalSocketInstanceChannel(QString name) : m_name(std::move(name)) { }
 
-LocalSocketInstanceChannel::~LocalSocketInstanceChannel() = default;
+LocalSocketInstanceChannel::~LocalSocketInstanceChannel()
+{
+    close();
+}
 
 void LocalSocketInstanceChannel::close()
 {
+    // The socket file goes while the lock is still held: no later launcher can listen there yet.
+    if (m_server && m_path && ::unlink(QFile::encodeName(*m_path).constData()) != 0 && errno != ENOENT)
+        SystemLog::logText(u"Cannot remove the launcher socket "_s + *m_path + u": "_s
+                           + QString::fromLocal8Bit(std::strerror(errno)));
     m_server.reset();
     m_lock.reset(); // unlocks: the lock file goes
 }

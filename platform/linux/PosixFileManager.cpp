@@ -35,10 +35,10 @@ std::variant<QString, ZLError> PosixFileManager::applicationSupportDirectory()
 
 bool PosixFileManager::fileExists(const QString& path)
 {
-    // Only what the system reports missing is missing: a look that fails (an I/O error, no permission)
-    // must not lead to a file being written over, or a folder made, where one may be.
+    // Anything at the name counts, a link to nothing too, and so does a look that fails (an I/O error, no
+    // permission): only what the system reports missing is missing.
     struct stat info { };
-    return ::stat(encoded(path).constData(), &info) == 0 || (errno != ENOENT && errno != ENOTDIR);
+    return ::lstat(encoded(path).constData(), &info) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
 std::optional<bool> PosixFileManager::fileExistsIsDirectory(const QString& path)

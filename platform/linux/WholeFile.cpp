@@ -5,19 +5,44 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <climits>
+#include <cstdlib>
+
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
-// A link at the target is followed, as an editor follows it: the file it names is replaced and the
-// link stays (a dotfiles folder often links the settings in).
-QString followLinks(const QString& path)
+// A link at the target is followed, as the system follows it: a relative one from the real folder the
+// link is in. The file it names is replaced and the link stays (a dotfiles folder often links the
+// settings in).
+QString followLinks(QString path)
 {
-    QFileInfo info(path);
-    for (int depth = 0; depth < 40 && info.isSymLink(); ++depth)
-        info.setFile(info.symLinkTarget());
-    return info.filePath();
+    for (int depth = 0; depth < 40; ++depth) {
+        char target[PATH_MAX];
+        const ssize_t length = ::readlink(QFile::encodeName(path).constData(), target, sizeof target);
+        if (length <= 0 || size_t(length) == sizeof target)
+            return path;
+        QString next = QFile::decodeName(QByteArray(target, length));
+        if (!next.startsWith(u'/')) {
+            char* folder = ::realpath(QFile::encodeName(QFileInfo(path).path()).constData(), nullptr);
+            if (!folder)
+                return path;
+            next = QFile::decodeName(folder) + u'/' + next;
+            std::free(folder);
+        }
+        path = next;
+    }
+    return path;
+}
+
+// An unnamed file is named through /proc; without it (a bare chroot), files are written under their
+// pending name instead.
+bool canNameUnnamedFiles()
+{
+    static const bool can = ::access("/proc/self/fd", X_OK) == 0;
+    return can;
 }
 
 bool writeAll(int fd, const QByteArray& bytes)
@@ -26,8 +51,10 @@ bool writeAll(int fd, const QByteArray& bytes)
         const ssize_t n = ::pwrite(fd, bytes.constData() + done, size_t(bytes.size() - done), off_t(done));
         if (n < 0 && errno == EINTR)
             continue;
-        if (n < 0)
+        if (n <= 0) {
+            errno = n == 0 ? EIO : errno; // nothing written, yet no reason: it will not get better
             return false;
+        }
         done += n;
     }
     return true;
@@ -48,9 +75,12 @@ std::optional<ZLError> WholeFile::write(const QString& path, const QByteArray& b
     if (!folder)
         return failed(errno);
     const auto removePending = [&] { ::unlinkat(folder.get(), pending.constData(), 0); };
-    FileDescriptor file(::openat(folder.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+    FileDescriptor file;
+    if (canNameUnnamedFiles())
+        file.reset(::openat(folder.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
     const bool unnamed = bool(file);
-    if (!unnamed && (errno == EOPNOTSUPP || errno == EISDIR)) { // a file system without unnamed files
+    // A file system without unnamed files refuses them with EOPNOTSUPP (EISDIR before Linux 3.11).
+    if (!unnamed && (!canNameUnnamedFiles() || errno == EOPNOTSUPP || errno == EISDIR)) {
         removePending();
         file.reset(::openat(folder.get(), pending.constData(),
                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));

@@ -66,6 +66,33 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(file() + u".lock"_s));
     }
 
+    // A list linked in from elsewhere (a dotfiles folder) gets the value and stays linked, however the link
+    // reads: a relative one is followed from the real folder it is in, as the system follows it.
+    void linkedListsStayLinked_data()
+    {
+        QTest::addColumn<QString>("layout"); // a script in the home making $1, the list's name, a link
+        QTest::addColumn<QString>("target"); // where the value then is
+        QTest::newRow("absolute") << u"echo '<plist><dict/></plist>' >dot/l; ln -s \"$PWD/dot/l\" \"$1\""_s
+                                  << u"dot/l"_s;
+        QTest::newRow("relative, in a linked folder")
+            << u"mkdir -p real/dot; mv config real; ln -s real/config config; ln -s ../dot/l \"$1\""_s
+            << u"real/dot/l"_s;
+        QTest::newRow("to a list not there yet") << u"ln -s ../dot/l \"$1\""_s << u"dot/l"_s;
+    }
+    void linkedListsStayLinked()
+    {
+        QFETCH(QString, layout);
+        QFETCH(QString, target);
+        QVERIFY(QDir(m_home->path()).mkpath(u"dot"_s)
+                && QProcess::execute(u"sh"_s, {u"-ec"_s, u"cd \"$0\"; "_s + layout, m_home->path(), file()})
+                       == 0);
+        auto suite = m_store.open(suiteName);
+        QVERIFY(suite->setValue(u"QREnabled"_s, u"1"_s));
+        QCOMPARE(suite->value(u"QREnabled"_s), QVariant(u"1"_s));
+        QVERIFY(QFileInfo(file()).isSymLink()
+                && TempHome::readFile(m_home->path() + u'/' + target).contains(u"QREnabled"_s));
+    }
+
     void unreadableListsAreSetAside_data()
     {
         QTest::addColumn<QString>("writer"); // Python with plistlib, the file's path in f

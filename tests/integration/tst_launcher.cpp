@@ -195,26 +195,41 @@ private Q_SLOTS:
     void surroundings_data()
     {
         QTest::addColumn<QString>("prepare"); // a shell's commands in the home, before the launcher starts
-        QTest::newRow("standard streams closed") << u"exec <&- >&- 2>&-"_s;
-        QTest::newRow("log reader gone") << u"mkfifo p && exec 3<>p 2>p 3<&-"_s;
-        QTest::newRow("log reader not reading")
-            << u"mkfifo p && exec 3<>p; dd if=/dev/zero of=p bs=1M count=1 oflag=nonblock 2>&-; exec 2>p"_s;
-        QTest::newRow("standard error on a full device") << u"exec 2>/dev/full"_s;
-        QTest::newRow("configuration folder full") << u"cat /dev/zero >\"$XDG_CONFIG_HOME/fill\" 2>&-"_s;
+        QTest::addColumn<QString>("mounted"); // where a small, empty file system is mounted first (as root):
+                                              // the configuration folder, or /proc
+        const QString fullPipe
+            = u"mkfifo p && exec 3<>p; dd if=/dev/zero of=p bs=1M count=1 oflag=nonblock 2>&-; exec 2>p"_s;
+        QTest::newRow("standard streams closed") << u"exec <&- >&- 2>&-"_s << QString();
+        QTest::newRow("log reader gone after a line")
+            << u"mkfifo p; (read -r line <p) & exec 2>p"_s << QString();
+        QTest::newRow("log reader not reading") << fullPipe << QString();
+        // The pipe cannot be opened anew through /proc: lines go out only when there is room.
+        QTest::newRow("log reader not reading, no /proc") << fullPipe << u"/proc"_s;
+        QTest::newRow("standard error on a full device") << u"exec 2>/dev/full"_s << QString();
+        QTest::newRow("configuration folder full")
+            << u"cat /dev/zero >\"$XDG_CONFIG_HOME/fill\" 2>&-"_s << u"config"_s;
     }
     void surroundings()
     {
         QFETCH(QString, prepare);
+        QFETCH(QString, mounted);
         const QString config = m_bundle->home().configHome();
-        const bool full = prepare.contains(u"/fill"_s);
-        if (full && !privateMounts)
-            QSKIP("needs root: the configuration folder becomes a small file system of its own");
-        const auto unmount = qScopeGuard([&] { full&& ::umount2(QFile::encodeName(config), MNT_DETACH); });
-        QVERIFY(!full || ::mount("zq-full", QFile::encodeName(config), "tmpfs", 0, "size=64k") == 0);
+        const bool full = mounted == u"config"_s;
+        mounted = full ? config : mounted;
+        if (!mounted.isEmpty() && !privateMounts)
+            QSKIP("needs root: a small file system of its own is mounted");
+        const auto unmount = [&] { // once: a second time would take away what was there before
+            mounted.isEmpty() || ::umount2(QFile::encodeName(std::exchange(mounted, {})), MNT_DETACH);
+        };
+        const auto unmounted = qScopeGuard(unmount);
+        QVERIFY(mounted.isEmpty()
+                || ::mount("zq-empty", QFile::encodeName(mounted), "tmpfs", 0, "size=64k") == 0);
         writeInfo("1.0");
         m_bundle->installService();
         auto run = launch({check}, true, prepare);
         VERIFY_RUN(run->finish() == 0, run);
+        if (!full)
+            unmount(); // /proc back, to find the service
         TempHome::killAll(m_bundle->service());
         QCOMPARE(TempHome::readFile(path(u"pluginkit.log"_s)),
                  u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
@@ -258,22 +273,23 @@ private Q_SLOTS:
         m_bundle->env.insert(u"ZQ_PLUGINKIT_SLEEP"_s, hangs ? sleeper : QString());
         auto run = launch(arguments.split(u' ', Qt::SkipEmptyParts));
         // Hanging, it is signalled once it catches SIGTERM (its status says so), with the election run.
-        const auto catching = [&run] {
+        const auto catching = [&run](int number) {
             const QString status
                 = TempHome::readFile(u"/proc/"_s + QString::number(run->processId()) + u"/status"_s);
             const qsizetype at = status.indexOf(u"SigCgt:"_s);
             return at >= 0
-                   && (status.mid(at + 7).trimmed().left(16).toULongLong(nullptr, 16) >> (SIGTERM - 1)) & 1;
+                   && (status.mid(at + 7).trimmed().left(16).toULongLong(nullptr, 16) >> (number - 1)) & 1;
         };
-        VERIFY_RUN(
-            hangs ? QTest::qWaitFor([&] { return QFile::exists(path(u"pluginkit.log"_s)) && catching(); })
-                  : run->waitFor(arguments.isEmpty() ? window : u"update alert shown"_s),
-            run);
+        VERIFY_RUN(hangs ? QTest::qWaitFor(
+                       [&] { return QFile::exists(path(u"pluginkit.log"_s)) && catching(SIGTERM); })
+                         : run->waitFor(arguments.isEmpty() ? window : u"update alert shown"_s),
+                   run);
+        QVERIFY(catching(SIGPIPE)); // a log reader that goes away ends nothing
         for (const int number : sent)
             ::kill(pid_t(run->processId()), number);
         VERIFY_RUN(run->waitForFinished(15000) && run->exitStatus() == QProcess::CrashExit
                        && sent.contains(run->exitCode()) && (hangs || run->exitCode() == sent.last())
-                       && (hangs || !QFile::exists(path(u"runtime/zelna-quorin.socket.lock"_s)))
+                       && (hangs || !QDir(path(u"runtime"_s)).entryList(QDir::Files | QDir::System).size())
                        && !TempHome::readFile(path(u"pluginkit.log"_s)).contains(u"done"_s),
                    run);
         TempHome::killAll(sleeper);
