@@ -218,6 +218,10 @@ private Q_SLOTS:
         mounted = full ? config : mounted;
         if (!mounted.isEmpty() && !privateMounts)
             QSKIP("needs root: a small file system of its own is mounted");
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+        if (mounted == u"/proc"_s)
+            QSKIP("the sanitizers' own runtime reads /proc");
+#endif
         const auto unmount = [&] { // once: a second time would take away what was there before
             mounted.isEmpty() || ::umount2(QFile::encodeName(std::exchange(mounted, {})), MNT_DETACH);
         };
