@@ -75,12 +75,11 @@ std::optional<ZLError> WholeFile::write(const QString& path, const QByteArray& b
     if (!folder)
         return failed(errno);
     const auto removePending = [&] { ::unlinkat(folder.get(), pending.constData(), 0); };
-    FileDescriptor file;
-    if (canNameUnnamedFiles())
-        file.reset(::openat(folder.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+    const bool nameable = canNameUnnamedFiles();
+    FileDescriptor file(nameable ? ::openat(folder.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666) : -1);
     const bool unnamed = bool(file);
     // A file system without unnamed files refuses them with EOPNOTSUPP (EISDIR before Linux 3.11).
-    if (!unnamed && (!canNameUnnamedFiles() || errno == EOPNOTSUPP || errno == EISDIR)) {
+    if (!unnamed && (!nameable || errno == EOPNOTSUPP || errno == EISDIR)) {
         removePending();
         file.reset(::openat(folder.get(), pending.constData(),
                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));

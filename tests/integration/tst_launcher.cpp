@@ -222,19 +222,16 @@ private Q_SLOTS:
         if (mounted == u"/proc"_s)
             QSKIP("the sanitizers' own runtime reads /proc");
 #endif
-        const auto unmount = [&] { // once: a second time would take away what was there before
-            mounted.isEmpty() || ::umount2(QFile::encodeName(std::exchange(mounted, {})), MNT_DETACH);
-        };
-        const auto unmounted = qScopeGuard(unmount);
         QVERIFY(mounted.isEmpty()
                 || ::mount("zq-empty", QFile::encodeName(mounted), "tmpfs", 0, "size=64k") == 0);
+        const auto cleanUp = qScopeGuard([&] { // /proc back first: it finds the service
+            mounted.isEmpty() || ::umount2(QFile::encodeName(mounted), MNT_DETACH);
+            TempHome::killAll(m_bundle->service());
+        });
         writeInfo("1.0");
         m_bundle->installService();
         auto run = launch({check}, true, prepare);
         VERIFY_RUN(run->finish() == 0, run);
-        if (!full)
-            unmount(); // /proc back, to find the service
-        TempHome::killAll(m_bundle->service());
         QCOMPARE(TempHome::readFile(path(u"pluginkit.log"_s)),
                  u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
         QCOMPARE(TempHome::readFile(path(u"service-starts"_s)).count(u'\n'), 1);
