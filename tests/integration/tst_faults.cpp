@@ -9,6 +9,9 @@
 
 #include <csignal>
 
+#include <sched.h>
+#include <sys/mount.h>
+
 namespace {
 
 // The errors each kind of call meets on a real machine: a full disk, a read-only or forbidden folder, a
@@ -100,6 +103,11 @@ QString site(const QString& line)
 
 Q_DECLARE_METATYPE(Fault)
 
+// Set before main, while this is the only thread: a full disk, or no /proc, is a small file system mounted in
+// a mount namespace of this process's own.
+static const bool privateMounts = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
+                                  && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+
 // Under a sanitizer each call fails once, with its first error, and no kills: what the sanitizer looks at is
 // the code that meets a failure, which the other errors and the kills take again.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
@@ -165,13 +173,13 @@ class TestFaults : public QObject {
     // the session would. How it ended (128 and the number of a signal that ended it) and its files; nothing
     // when it did not end in time.
     std::optional<std::pair<int, QMap<QString, QByteArray>>> run(const Path& path, const QStringList& tracer,
-                                                                 QString& output)
+                                                                 QString& output, const QString& prepare = {})
     {
         m_bundle->env.insert(u"QT_QPA_PLATFORM"_s, path.display);
         // LeakSanitizer cannot look into the threads of a process that a tracer holds.
         m_bundle->env.insert(u"ASAN_OPTIONS"_s,
                              tracer.isEmpty() ? qEnvironmentVariable("ASAN_OPTIONS") : u"detect_leaks=0"_s);
-        auto run = m_bundle->launch(path.arguments, path.display != u"none"_s, {}, tracer);
+        auto run = m_bundle->launch(path.arguments, path.display != u"none"_s, prepare, tracer);
         if (path.display == u"xcb"_s) {
             const QString preview = QString(previewFile).replace(0, 1, home()),
                           before = TempHome::readFile(preview);
@@ -268,22 +276,19 @@ private Q_SLOTS:
                                           : unnamed.match(shown).captured(1);
                 if (!call.hasMatch() || scope.isEmpty() || !scope.contains(faulted))
                     continue;
-                const Fault fault{i,
-                                  kind,
-                                  file,
-                                  file.isEmpty() ? all : counts[kind + u' ' + file],
-                                  site(kind + u'(' + shown),
-                                  {}};
-                const QString where = u"%1 #%2 %3"_s.arg(kind).arg(fault.ordinal).arg(file);
-                for (const QString& error : errorsOf(kind, shown).mid(0, sanitized ? 1 : -1))
+                const QStringList errors = errorsOf(kind, shown);
+                const int ordinal = file.isEmpty() ? all : counts[kind + u' ' + file];
+                const QString where = u"%1 #%2 %3"_s.arg(kind).arg(ordinal).arg(file),
+                              at = site(kind + u'(' + shown);
+                for (const QString& error : errors.mid(0, sanitized ? 1 : -1))
                     QTest::addRow("%s: %s fails with %s", qPrintable(m_paths[i].name), qPrintable(where),
                                   qPrintable(error))
-                        << Fault{fault.path, kind, file, fault.ordinal, fault.call, error};
+                        << Fault{i, kind, file, ordinal, at, error};
                 // Killed on entering this call: right after the one before, whose effect is all on disk.
-                if (!previous.isEmpty() && !errorsOf(kind, shown).isEmpty() && !sanitized)
+                if (!previous.isEmpty() && !errors.isEmpty() && !sanitized)
                     QTest::addRow("%s: killed after %s", qPrintable(m_paths[i].name), qPrintable(previous))
-                        << Fault{fault.path, kind, file, fault.ordinal, fault.call, u"SIGKILL"_s};
-                previous = errorsOf(kind, shown).isEmpty() ? previous : where;
+                        << Fault{i, kind, file, ordinal, at, u"SIGKILL"_s};
+                previous = errors.isEmpty() ? previous : where;
             }
         }
     }
@@ -296,16 +301,13 @@ private Q_SLOTS:
         restore(path);
         const QMap<QString, QByteArray> before = files();
         QString output;
-        const QStringList only = fault.file.isEmpty()
-                                     ? QStringList()
-                                     : QStringList{u"-P"_s, QString(fault.file).replace(0, 1, home())};
-        const QString injected = (kill ? u":signal=SIGKILL"_s : u":error="_s + fault.fault) + u":when="_s
-                                 + QString::number(fault.ordinal);
-        const auto outcome = run(path,
-                                 strace() + only
-                                     + QStringList{u"-e"_s, u"trace="_s + fault.kind, u"-e"_s,
-                                                   u"inject="_s + fault.kind + injected},
-                                 output);
+        const QString inject = fault.kind + (kill ? u":signal=SIGKILL"_s : u":error="_s + fault.fault)
+                               + u":when="_s + QString::number(fault.ordinal);
+        QStringList tracer
+            = strace() + QStringList{u"-e"_s, u"trace="_s + fault.kind, u"-e"_s, u"inject="_s + inject};
+        if (!fault.file.isEmpty())
+            tracer << u"-P"_s << QString(fault.file).replace(0, 1, home());
+        const auto outcome = run(path, tracer, output);
         QVERIFY2(outcome, qPrintable(u"no end within 30 s\n"_s + output));
         const QString met = TempHome::readFile(trace())
                                 .replace(home(), u"~"_s)
@@ -348,6 +350,58 @@ private Q_SLOTS:
                          == 1,
                      qPrintable(output));
         }
+    }
+
+    // However the surroundings hand over the standard streams and the disk, a checker with a window does what
+    // it does in a clean run and ends as that did: no log line ends it or lands in one of its files; a full
+    // configuration folder is left as it was.
+    void surroundings_data()
+    {
+        QTest::addColumn<QString>("prepare"); // a shell's commands in the home, before the launcher starts
+        QTest::addColumn<QString>("mounted"); // where an empty, small file system is mounted first (as root)
+        const QString fullPipe
+            = u"rm -f p; mkfifo p && exec 3<>p; dd if=/dev/zero of=p bs=1M count=1 oflag=nonblock 2>&-; exec 2>p"_s;
+        QTest::newRow("standard streams closed") << u"exec <&- >&- 2>&-"_s << QString();
+        QTest::newRow("log reader gone after a line")
+            << u"rm -f p; mkfifo p; (read -r line <p) & exec 2>p"_s << QString();
+        QTest::newRow("log reader not reading") << fullPipe << QString();
+        // The pipe cannot be opened anew through /proc: lines go out only when there is room.
+        QTest::newRow("log reader not reading, no /proc") << fullPipe << u"/proc"_s;
+        QTest::newRow("standard error on a full device") << u"exec 2>/dev/full"_s << QString();
+        QTest::newRow("configuration folder full") << u"cat /dev/zero >config/fill 2>&-"_s << u"config"_s;
+    }
+    void surroundings()
+    {
+        QFETCH(QString, prepare);
+        QFETCH(QString, mounted);
+        const int path = 2;
+        if (!m_clean.contains(path)) {
+            QString output;
+            restore(m_paths[path]);
+            const auto clean = run(m_paths[path], {}, output);
+            QVERIFY2(clean, qPrintable(output));
+            m_clean.insert(path, *clean);
+        }
+        const bool full = mounted == u"config"_s;
+        const QString folder = full ? home() + u"/config"_s : mounted;
+        if (!folder.isEmpty() && !privateMounts)
+            QSKIP("needs root: a small file system of its own is mounted");
+        if (folder == u"/proc"_s && sanitized)
+            QSKIP("the sanitizers' own runtime reads /proc");
+        restore(m_paths[path]);
+        QVERIFY(folder.isEmpty()
+                || ::mount("zq-empty", QFile::encodeName(folder), "tmpfs", 0, "size=64k") == 0);
+        QString output;
+        const auto outcome = run(m_paths[path], {}, output, prepare);
+        QVERIFY(folder.isEmpty() || ::umount2(QFile::encodeName(folder), MNT_DETACH) == 0);
+        QVERIFY2(outcome && outcome->first == m_clean[path].first, qPrintable(output));
+        // On the full folder nothing is left but what filled it.
+        auto left = outcome->second, expected = m_clean[path].second;
+        if (full) {
+            left.remove(u"~/config/fill"_s);
+            expected.removeIf([](auto file) { return file.key().startsWith(u"~/config/"_s); });
+        }
+        QCOMPARE(left, expected);
     }
 };
 

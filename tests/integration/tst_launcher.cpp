@@ -1,20 +1,9 @@
 #include "LauncherBundle.h"
-#include "PlistDocument.h"
 #include "Testing.h"
-
-#include <QScopeGuard>
 
 #include <csignal>
 
-#include <sched.h>
-#include <sys/mount.h>
-
 #define VERIFY_RUN(condition, run) QVERIFY2(condition, qPrintable((run)->output()))
-
-// Set before main, while this is the only thread: a full disk is a small file system mounted in a mount
-// namespace of this process's own.
-static const bool privateMounts = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
-                                  && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 
 namespace {
 
@@ -190,65 +179,6 @@ private Q_SLOTS:
         VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
     }
 
-    // However the surroundings hand over the standard streams and the disk, the checker does its whole pass
-    // and ends with 0: no log line ends it or lands in one of its files, a full disk leaves no file.
-    void surroundings_data()
-    {
-        QTest::addColumn<QString>("prepare"); // a shell's commands in the home, before the launcher starts
-        QTest::addColumn<QString>("mounted"); // where a small, empty file system is mounted first (as root):
-                                              // the configuration folder, or /proc
-        const QString fullPipe
-            = u"mkfifo p && exec 3<>p; dd if=/dev/zero of=p bs=1M count=1 oflag=nonblock 2>&-; exec 2>p"_s;
-        QTest::newRow("standard streams closed") << u"exec <&- >&- 2>&-"_s << QString();
-        QTest::newRow("log reader gone after a line")
-            << u"mkfifo p; (read -r line <p) & exec 2>p"_s << QString();
-        QTest::newRow("log reader not reading") << fullPipe << QString();
-        // The pipe cannot be opened anew through /proc: lines go out only when there is room.
-        QTest::newRow("log reader not reading, no /proc") << fullPipe << u"/proc"_s;
-        QTest::newRow("standard error on a full device") << u"exec 2>/dev/full"_s << QString();
-        QTest::newRow("configuration folder full")
-            << u"cat /dev/zero >\"$XDG_CONFIG_HOME/fill\" 2>&-"_s << u"config"_s;
-    }
-    void surroundings()
-    {
-        QFETCH(QString, prepare);
-        QFETCH(QString, mounted);
-        const QString config = m_bundle->home().configHome();
-        const bool full = mounted == u"config"_s;
-        mounted = full ? config : mounted;
-        if (!mounted.isEmpty() && !privateMounts)
-            QSKIP("needs root: a small file system of its own is mounted");
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-        if (mounted == u"/proc"_s)
-            QSKIP("the sanitizers' own runtime reads /proc");
-#endif
-        QVERIFY(mounted.isEmpty()
-                || ::mount("zq-empty", QFile::encodeName(mounted), "tmpfs", 0, "size=64k") == 0);
-        const auto cleanUp = qScopeGuard([&] { // /proc back first: it finds the service
-            mounted.isEmpty() || ::umount2(QFile::encodeName(mounted), MNT_DETACH);
-            TempHome::killAll(m_bundle->service());
-        });
-        writeInfo("1.0");
-        m_bundle->installService();
-        auto run = launch({check}, true, prepare);
-        VERIFY_RUN(run->finish() == 0, run);
-        QCOMPARE(TempHome::readFile(path(u"pluginkit.log"_s)),
-                 u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
-        QCOMPARE(TempHome::readFile(path(u"service-starts"_s)).count(u'\n'), 1);
-        const QStringList files{u"com.zelna.Quorin.plist"_s, u"K4WQ7ZT2RB.group.zelna.Quorin.plist"_s,
-                                u"autostart/com.zelna.Quorin.Service.desktop"_s};
-        for (const QString& name : files) {
-            const QByteArray bytes = TempHome::readFile(config + u'/' + name).toUtf8();
-            QVERIFY2(full ? !QFileInfo::exists(config + u'/' + name)
-                          : (PlistDocument::parse(bytes)
-                             || bytes.startsWith("[Desktop Entry]\nType=Application\n"))
-                                && !bytes.contains("zelna-quorin[") && !bytes.contains("ZELNA_LOG"),
-                     qPrintable(name + u": "_s + QString::fromUtf8(bytes)));
-        }
-        QCOMPARE(QDir(config).entryList(QDir::Files | QDir::Hidden),
-                 full ? QStringList{u"fill"_s} : files.mid(0, 2));
-    }
-
     // The first signal of the session or a terminal ends the launcher as after Quit, its lock given
     // up, and then by that signal; a second one ends it at once, even while the election hangs.
     void endedBySignal_data()
@@ -294,42 +224,6 @@ private Q_SLOTS:
                        && !TempHome::readFile(path(u"pluginkit.log"_s)).contains(u"done"_s),
                    run);
         TempHome::killAll(sleeper);
-    }
-
-    // On a real X server, with the keyboard alone: Space turns the product on, Tab and Space turn previews
-    // off, two more Tabs and Space open the help, Shift+Tab back to Enable and Space turn it off again.
-    void keyboardAlone()
-    {
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-        QSKIP("the X libraries' own threads are not instrumented");
-#endif
-        writeInfo(
-            "<key>SUFeedURL</key><integer>42</integer><key>ZLHelpBaseURL</key><string>https://h.example/"
-            "</string><key>ZLHelpPageFragment</key><string>guide</string>");
-        const QString plist = m_bundle->home().configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s;
-        QVERIFY(
-            TempHome::writeFile(plist, "<plist><dict><key>QREnabled</key><string>0</string></dict></plist>")
-            && TempHome::writeFile(path(u"bundle/bin/xdg-open"_s),
-                                   "#!/bin/sh\necho \"$@\" >>\"$HOME/opened\"\n")
-            && QFile::setPermissions(path(u"bundle/bin/xdg-open"_s), QFile::ReadOwner | QFile::ExeOwner));
-        QVERIFY(m_bundle->startDisplay());
-        auto run = launch();
-        VERIFY_RUN(m_bundle->focusWindow(*run), run);
-        const QString preview = m_bundle->home().dataHome()
-                                + u"/com.zelna.Quorin.shared/Communication/commnuication_file.json"_s;
-        const QList<std::tuple<QString, QString, QString>> presses{
-            {u"space"_s, plist, u"<string>1</string>"_s},
-            {u"Tab space"_s, preview, u"{\"previewEnabled\":false}"_s},
-            {u"Tab Tab space"_s, path(u"opened"_s), u"https://h.example/#guide\n"_s},
-            {u"shift+Tab shift+Tab shift+Tab space"_s, plist, u"<string>0</string>"_s}};
-        for (const auto& [keys, file, text] : presses) {
-            m_bundle->xdotool(QStringList{u"key"_s} + keys.split(u' '));
-            VERIFY_RUN(QTest::qWaitFor([&] { return TempHome::readFile(file).contains(text); }, 10000), run);
-        }
-        // The start's pass, with the product off, then the one that turning it on ran.
-        QCOMPARE(
-            TempHome::readFile(path(u"pluginkit.log"_s)),
-            u"-e ignore -i com.zelna.Quorin.Service.Finder\n-e use -i com.zelna.Quorin.Service.Finder\n"_s);
     }
 };
 

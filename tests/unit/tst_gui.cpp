@@ -153,6 +153,12 @@ private Q_SLOTS:
             clickBox(ui.disablePreviewCheckbox);
             QCOMPARE(TempHome::readFile(previewFile()), running ? after : enabledFile);
         }
+        // Help opens the bundle's help page at its fragment.
+        QTest::mouseClick(m_window->window()->findChild<QPushButton*>(u"helpButton"_s), Qt::LeftButton);
+        const auto info
+            = [](const QString& key) { return Bundle::main().objectForInfoDictionaryKey(key).toString(); };
+        QCOMPARE(m_fake->journal().filter(u"openURL"_s), QStringList(u"openURL "_s + info(u"ZLHelpBaseURL"_s)
+                                                                     + u'#' + info(u"ZLHelpPageFragment"_s)));
         QStringList order; // each control in tab order, named for assistive technology
         for (QWidget* w = m_window->window()->nextInFocusChain(); w != m_window->window();
              w = w->nextInFocusChain())
