@@ -10,7 +10,7 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-TempHome::TempHome(const QString& base) : m_dir(base + u"/zq-test-XXXXXX"_s)
+TempHome::TempHome() : m_dir(QDir::tempPath() + u"/zq-test-XXXXXX"_s)
 {
     const QStringList dirs{configHome(),      dataHome(),        systemDataDir(),
                            systemConfigDir(), applicationsDir(), path() + u"/runtime"_s};

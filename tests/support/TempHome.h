@@ -10,9 +10,7 @@
 // A throw-away home with its own XDG directories, so tests touch nothing of the user's.
 class TempHome {
 public:
-    // Below BASE, the temporary folder unless given: tests that sync many writes use a memory file system, so
-    // that another program's disk load cannot stall them.
-    explicit TempHome(const QString& base = QDir::tempPath());
+    TempHome();
 
     QString path() const { return m_dir.path(); }
     QString configHome() const { return path() + QStringLiteral("/config"); }
