@@ -207,17 +207,6 @@ private Q_SLOTS:
                          logged.replace(u'~', m_home->path())}),
                  QString());
     }
-
-    void overlappingCallsAndAManagerThatIsGone()
-    {
-        for (int i = 0; i < 300; ++i)
-            QVERIFY(TempHome::writeFile(path(u"big/%1/%2"_s.arg(i % 30).arg(i)), "x"));
-        auto manager = std::make_unique<ZLFileManager>();
-        for (int i : {1, 2})
-            manager->fileAggregationFrom(QStringList(i, u"big"_s), this, "aggregated");
-        manager.reset(); // gone while both may still run: completions still come, once each
-        QTRY_COMPARE(m_completions, QStringList(2, QString()));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestFiles)

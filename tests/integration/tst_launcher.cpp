@@ -114,28 +114,6 @@ private Q_SLOTS:
             VERIFY_RUN(!run->says(u"Updater:"_s) && !checkRecorded(), run);
     }
 
-    // However their starts interleave, launches together leave one launcher: the others hand their reopen
-    // over to it and end with 0. The next round takes the place (the lock and the socket file) of the one
-    // killed.
-    void launchesTogetherLeaveOne()
-    {
-        writeInfo("<key>SUFeedURL</key><integer>42</integer>"); // nothing to check
-        for (int round = 0; round < 3; ++round) {
-            std::vector<std::unique_ptr<Launch>> runs(8);
-            for (auto& run : runs)
-                run = launch();
-            const auto ended = [&runs] {
-                return std::ranges::count_if(runs,
-                                             [](auto& run) { return run->state() == QProcess::NotRunning; });
-            };
-            QTRY_COMPARE_WITH_TIMEOUT(ended(), 7, 60000);
-            for (auto& run : runs)
-                VERIFY_RUN(run->state() == QProcess::Running ? run->waitFor(window)
-                                                             : run->finish() == 0 && run->says(handedOver),
-                           run);
-        }
-    }
-
     // A second start hands over to the first and ends. Another user is kept out by the folder's permissions
     // and, should those be opened up, by the peer's credentials.
     void secondLaunchReopensTheFirst_data()

@@ -1,12 +1,11 @@
 #include "CLogger.h"
-#include "DispatchQueue.h"
 #include "FakePlatform.h"
 #include "PrintfFormat.h"
 #include "RecordingLogSink.h"
 #include "ServiceEnableHandler.h"
 #include "Testing.h"
 
-// The exact steps of a service pass against a fake platform, and the work queues and log lines under it.
+// The exact steps of a service pass against a fake platform, and the log lines under it.
 class TestCore : public QObject {
     Q_OBJECT
     std::shared_ptr<RecordingLogSink> m_sink = RecordingLogSink::install();
@@ -14,22 +13,6 @@ class TestCore : public QObject {
     TempHome m_dir;
 
 private Q_SLOTS:
-    // First, so that the main queue is made off the main thread, as a completion on a pool thread may.
-    void queues()
-    {
-        std::atomic<QThread*> ranOn = nullptr, serialThread = nullptr;
-        bool none = false; // a thread of no queue's has none
-        std::thread([&] {
-            none = !OperationQueue::current();
-            DispatchQueue::main().asyncAfter(50ms, [&] { ranOn = QThread::currentThread(); });
-        }).join();
-        DispatchQueue serial(u"AggregationQueue"_s);
-        serial.async([&] { serialThread = QThread::currentThread(); });
-        QTRY_VERIFY(ranOn && serialThread);
-        QVERIFY(none && ranOn == QThread::currentThread());
-        QCOMPARE(serialThread.load()->objectName(), u"AggregationQueue"_s);
-    }
-
     void pass_data()
     {
         // The stored flag; services running among other processes (else the service is installed), an open
