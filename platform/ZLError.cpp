@@ -13,9 +13,13 @@ ZLError::ZLError(QString domain, qint64 code, QString localizedDescription, QStr
 
 ZLError ZLError::fromErrno(int errorNumber, const QString& path)
 {
-    return ZLError(QStringLiteral("NSPOSIXErrorDomain"), errorNumber,
-                   QString::fromLocal8Bit(std::strerror(errorNumber)),
+    return ZLError(QStringLiteral("NSPOSIXErrorDomain"), errorNumber, reason(errorNumber),
                    path.isEmpty() ? QString() : u"NSFilePath="_s + path);
+}
+
+QString ZLError::reason(int errorNumber)
+{
+    return QString::fromLocal8Bit(std::strerror(errorNumber));
 }
 
 QString ZLError::description() const

@@ -12,6 +12,8 @@ public:
     // A failed system call: domain "NSPOSIXErrorDomain", the errno value as code,
     // and the file it was about, if any.
     static ZLError fromErrno(int errorNumber, const QString& path = {});
+    // The system's words for an errno value, as a log line gives the reason.
+    static QString reason(int errorNumber);
 
     const QString& domain() const { return m_domain; }
     qint64 code() const { return m_code; }

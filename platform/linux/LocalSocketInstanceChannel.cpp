@@ -1,18 +1,18 @@
 #include "LocalSocketInstanceChannel.h"
 
+#include "FileDescriptor.h"
 #include "SystemLog.h"
 #include "XdgDirs.h"
+#include "ZLError.h"
 
 #include <QDir>
 #include <QDeadlineTimer>
 #include <QLockFile>
-#include <QScopeGuard>
 #include <QSocketNotifier>
 #include <QThread>
 #include <QTimer>
 
 #include <cerrno>
-#include <cstring>
 
 #include <poll.h>
 
@@ -70,7 +70,7 @@ std::optional<QString> unsuitable(const QString& path)
 {
     struct stat info { };
     if (lstat(QFile::encodeName(path).constData(), &info) != 0)
-        return QString::fromLocal8Bit(std::strerror(errno));
+        return ZLError::reason(errno);
     if (!S_ISDIR(info.st_mode) || info.st_uid != getuid() || (info.st_mode & 0022) != 0)
         return u"not a folder of this user's alone"_s;
     return std::nullopt;
@@ -155,7 +155,7 @@ void LocalSocketInstanceChannel::close()
     // The socket file goes while the lock is still held: no later launcher can listen there yet.
     if (m_server && m_path && ::unlink(QFile::encodeName(*m_path).constData()) != 0 && errno != ENOENT)
         SystemLog::logText(u"Cannot remove the launcher socket "_s + *m_path + u": "_s
-                           + QString::fromLocal8Bit(std::strerror(errno)));
+                           + ZLError::reason(errno));
     m_server.reset();
     m_lock.reset(); // unlocks: the lock file goes
 }
@@ -192,7 +192,7 @@ InstanceChannel::Role LocalSocketInstanceChannel::claim(bool handOver)
     for (const QDeadlineTimer deadline(holderAnswerMs); !m_lock->tryLock(0); QThread::msleep(retryMs)) {
         if (m_lock->error() != QLockFile::LockFailedError) { // errno is still what making it met
             SystemLog::logText(u"Cannot take the launcher lock "_s + m_lock->fileName() + u": "_s
-                               + QString::fromLocal8Bit(std::strerror(errno)));
+                               + ZLError::reason(errno));
             return Role::Alone;
         }
         if (!handOver)
@@ -215,11 +215,9 @@ bool LocalSocketInstanceChannel::forwardReopen(const QString& path, const QDeadl
     const std::optional<sockaddr_un> address = socketAddress(path);
     // Not blocking: a holder too busy to accept fills its backlog, and a connect would then wait
     // past the deadline; refused, it is tried again until then.
-    const int fd = address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1;
-    const auto closeSocket = qScopeGuard([fd] {
-        if (fd >= 0)
-            ::close(fd);
-    });
+    const FileDescriptor socket(address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)
+                                        : -1);
+    const int fd = socket.get();
     if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0)
         return false;
     if (!fromSameUser(fd)) {
@@ -252,7 +250,8 @@ InstanceChannel::Role LocalSocketInstanceChannel::listen(std::function<void(cons
     // user's alone, and so is the socket.
     if (address)
         ::unlink(address->sun_path);
-    const int fd = address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1;
+    FileDescriptor socket(address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1);
+    const int fd = socket.get();
     bool bound = false;
     if (fd < 0 || !(bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0)
         || ::chmod(address->sun_path, 0600) != 0 || ::listen(fd, 16) != 0) {
@@ -260,14 +259,13 @@ InstanceChannel::Role LocalSocketInstanceChannel::listen(std::function<void(cons
         if (bound) // no socket file that nobody answers at
             ::unlink(address->sun_path);
         if (m_path)
-            SystemLog::logText(u"Cannot listen on "_s + *m_path + u": "_s
-                               + QString::fromLocal8Bit(std::strerror(error)));
-        if (fd >= 0)
-            ::close(fd);
+            SystemLog::logText(u"Cannot listen on "_s + *m_path + u": "_s + ZLError::reason(error));
+        socket.reset();
         close(); // the lock, held without listening, would make every later start wait for nothing
         m_path.reset();
         return Role::Alone;
     }
+    socket.release(); // open while the launcher runs
     m_server = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);
     QObject::connect(
         m_server.get(), &QSocketNotifier::activated, m_server.get(), [fd, onReopen = std::move(onReopen)] {

@@ -4,6 +4,7 @@
 #include "RegularFile.h"
 #include "SystemLog.h"
 #include "WholeFile.h"
+#include "ZLError.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
@@ -15,7 +16,6 @@
 #include <QThread>
 
 #include <cerrno>
-#include <cstring>
 
 #include <sys/stat.h>
 
@@ -62,7 +62,7 @@ std::optional<QString> lockSuite(QLockFile& lock)
             return std::nullopt;
         const int error = errno; // still what making the lock file met
         if (lock.error() != QLockFile::LockFailedError)
-            return u"its lock file cannot be made: "_s + QString::fromLocal8Bit(std::strerror(error));
+            return u"its lock file cannot be made: "_s + ZLError::reason(error);
         if (const LockIdentity now = identify(lock.fileName()); now != holder) {
             holder = now;
             stuck.setRemainingTime(stuckLockMs);
@@ -139,7 +139,7 @@ bool PlistDefaultsSuite::setValue(const QString& key, const QVariant& value)
     const QString directory = QFileInfo(m_filePath).absolutePath();
     if (!QDir().mkpath(directory)) {
         SystemLog::logText(u"Cannot create the defaults directory "_s + directory + u": "_s
-                           + QString::fromLocal8Bit(std::strerror(errno)));
+                           + ZLError::reason(errno));
         return false;
     }
     QLockFile lock(m_filePath + u".lock"_s);

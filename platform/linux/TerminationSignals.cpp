@@ -1,13 +1,13 @@
 #include "TerminationSignals.h"
 
 #include "SystemLog.h"
+#include "ZLError.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
 
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <iterator>
 
 #include <sys/socket.h>
@@ -43,8 +43,7 @@ void TerminationSignals::install()
 {
     int ends[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
-        SystemLog::logText(u"Termination signals end this launcher at once: "_s
-                           + QString::fromLocal8Bit(std::strerror(errno)));
+        SystemLog::logText(u"Termination signals end this launcher at once: "_s + ZLError::reason(errno));
         return;
     }
     g_writeEnd = ends[0];

@@ -6,13 +6,13 @@
 #include "RegularFile.h"
 #include "WholeFile.h"
 #include "XdgDirs.h"
+#include "ZLError.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
 #include <cerrno>
-#include <cstring>
 
 #include <unistd.h>
 
@@ -55,7 +55,7 @@ bool writeEntry(GKeyFile* keyFile, const QString& target)
         return true;
     if (!QDir().mkpath(QFileInfo(target).absolutePath())) {
         SystemLog::logText(u"Cannot create the autostart directory for "_s + target + u": "_s
-                           + QString::fromLocal8Bit(std::strerror(errno)));
+                           + ZLError::reason(errno));
         return false;
     }
     if (const auto error = WholeFile::write(target, bytes, WholeFile::Mode::Replace)) {
@@ -158,8 +158,7 @@ bool XdgLoginItems::disable(const QString& bundleIdentifier, const QString& targ
     }
     // Removed without looking first: a look that fails must not pass for an entry that is not there.
     if (::unlink(QFile::encodeName(target).constData()) != 0 && errno != ENOENT) {
-        SystemLog::logText(u"Cannot remove autostart entry "_s + target + u": "_s
-                           + QString::fromLocal8Bit(std::strerror(errno)));
+        SystemLog::logText(u"Cannot remove autostart entry "_s + target + u": "_s + ZLError::reason(errno));
         return false;
     }
     return true;
