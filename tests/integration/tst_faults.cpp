@@ -184,8 +184,8 @@ class TestFaults : public QObject {
             const QString preview = QString(previewFile).replace(0, 1, home()),
                           before = TempHome::readFile(preview);
             // Keys once the launcher has activated its window, which would otherwise take the focus back.
-            if (run->waitFor(u"application activated"_s) && m_bundle->focusWindow(*run))
-                m_bundle->xdotool({u"key"_s, u"Tab"_s, u"space"_s});
+            if (run->waitFor(u"application activated"_s))
+                m_bundle->typeIntoWindow({u"Tab"_s, u"space"_s});
             // Written, or failed and said so, or the launcher was killed.
             (void)QTest::qWaitFor(
                 [&] {

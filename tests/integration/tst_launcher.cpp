@@ -59,32 +59,38 @@ private Q_SLOTS:
         QTest::addColumn<QString>("arguments"); // a leading "-" for a start without a display
         QTest::addColumn<int>("status");        // see Launch::finish
         QTest::addColumn<QString>("shown");     // the window only when this says so
-        QTest::newRow("checker, no newer version") << "1.0"_ba << check << 0 << u""_s;
+        // Then sent this signal (as by the session, or Ctrl+C in a terminal): it ends as after Quit, its lock
+        // given up, and then by that signal.
+        QTest::addColumn<int>("signal");
+        QTest::newRow("checker, no newer version") << "1.0"_ba << check << 0 << u""_s << 0;
         QTest::newRow("checker, newer version")
-            << "2.0"_ba << check << -1 << u"update alert shown for version 2.0"_s;
+            << "2.0"_ba << check << -1 << u"update alert shown for version 2.0"_s << SIGINT;
         // A check without an answer ends the checker: run from a timer, it must not pile up.
-        QTest::newRow("checker, feed missing") << "none"_ba << check << 1 << u"Updater: update check of"_s;
+        QTest::newRow("checker, feed missing")
+            << "none"_ba << check << 1 << u"Updater: update check of"_s << 0;
         QTest::newRow("checker, no network module")
-            << "no module"_ba << check << 1 << u"plugins/libzq-feed-download.so cannot be loaded: "_s;
+            << "no module"_ba << check << 1 << u"plugins/libzq-feed-download.so cannot be loaded: "_s << 0;
         QTest::newRow("checker, another plug-in as the network module")
             << "other module"_ba << check << 1
-            << u"it does not offer com.zelna.Quorin.SUFeedDownloadFactory"_s;
+            << u"it does not offer com.zelna.Quorin.SUFeedDownloadFactory"_s << 0;
         // With no display, no one can see a window: what was found is logged.
-        QTest::newRow("no display, no newer version") << "1.0"_ba << u"-"_s + check << 0 << u""_s;
+        QTest::newRow("no display, no newer version") << "1.0"_ba << u"-"_s + check << 0 << u""_s << 0;
         QTest::newRow("no display, newer version")
             << "2.0"_ba << u"-"_s + check << 2
-            << u"Updater: version 2.0 (2.0) is available; 1.0.0 is installed"_s;
+            << u"Updater: version 2.0 (2.0) is available; 1.0.0 is installed"_s << 0;
         // Only the first argument, exactly, makes a checker.
         QTest::newRow("capitalised, then second")
-            << "1.0"_ba << u"CheckVersion checkVersion"_s << -1 << window;
+            << "1.0"_ba << u"CheckVersion checkVersion"_s << -1 << window << SIGTERM;
         // Without a feed URL (here one of the wrong type) nothing is checked.
-        QTest::newRow("a number") << "<key>SUFeedURL</key><integer>42</integer>"_ba << u""_s << -1 << window;
+        QTest::newRow("a number") << "<key>SUFeedURL</key><integer>42</integer>"_ba << u""_s << -1 << window
+                                  << 0;
         QTest::newRow("feed not a URL")
             << "<key>SUFeedURL</key><string>not a url</string>"_ba << u""_s << 255
-            << u"SUFeedURL \"not a url\" in the bundle's Info.plist is not a URL"_s;
+            << u"SUFeedURL \"not a url\" in the bundle's Info.plist is not a URL"_s << 0;
         // No version to show: a clear, deliberate end.
         QTest::newRow("Info.plist cut short")
-            << "</dict>"_ba << u""_s << 255 << u"The bundle's Info.plist has no CFBundleShortVersionString"_s;
+            << "</dict>"_ba << u""_s << 255 << u"The bundle's Info.plist has no CFBundleShortVersionString"_s
+            << 0;
     }
     void start()
     {
@@ -92,6 +98,7 @@ private Q_SLOTS:
         QFETCH(QString, arguments);
         QFETCH(int, status);
         QFETCH(QString, shown);
+        QFETCH(int, signal);
         writeInfo(feed);
         const bool display = !arguments.startsWith(u'-');
         arguments.remove(0, display ? 0 : 1);
@@ -112,6 +119,13 @@ private Q_SLOTS:
                  u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
         if (feed.startsWith('<'))
             VERIFY_RUN(!run->says(u"Updater:"_s) && !checkRecorded(), run);
+        if (signal) {
+            ::kill(pid_t(run->processId()), signal);
+            VERIFY_RUN(run->waitForFinished(15000) && run->exitStatus() == QProcess::CrashExit
+                           && run->exitCode() == signal
+                           && QDir(path(u"runtime"_s)).entryList(QDir::Files | QDir::System).isEmpty(),
+                       run);
+        }
     }
 
     // A second start hands over to the first and ends. Another user is kept out by the folder's permissions
@@ -155,53 +169,6 @@ private Q_SLOTS:
         writeInfo("1.0");
         auto checker = launch({check}); // a checker never hands over: it checks
         VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
-    }
-
-    // The first signal of the session or a terminal ends the launcher as after Quit, its lock given
-    // up, and then by that signal; a second one ends it at once, even while the election hangs.
-    void endedBySignal_data()
-    {
-        QTest::addColumn<QString>("arguments");
-        QTest::addColumn<QList<int>>("sent");
-        QTest::newRow("window, logout") << u""_s << QList<int>{SIGTERM};
-        QTest::newRow("checker with an update, Ctrl+C") << check << QList<int>{SIGINT};
-        QTest::newRow("election hangs, twice") << u""_s << QList<int>{SIGTERM, SIGINT};
-    }
-    void endedBySignal()
-    {
-        QFETCH(QString, arguments);
-        QFETCH(QList<int>, sent);
-        writeInfo("2.0");
-        const bool hangs = sent.size() > 1;
-#if defined(__SANITIZE_THREAD__)
-        if (hangs) // it runs the program's handlers on its own terms: seen here not to end the wait
-            QSKIP("ThreadSanitizer holds signals back while the launcher waits for the election");
-#endif
-        const QString sleeper = path(u"sleep"_s); // a copy, so that only this one is ended afterwards
-        QVERIFY(!hangs || QFile::copy(u"/bin/sleep"_s, sleeper));
-        m_bundle->env.insert(u"ZQ_PLUGINKIT_SLEEP"_s, hangs ? sleeper : QString());
-        auto run = launch(arguments.split(u' ', Qt::SkipEmptyParts));
-        // Hanging, it is signalled once it catches SIGTERM (its status says so), with the election run.
-        const auto catching = [&run](int number) {
-            const QString status
-                = TempHome::readFile(u"/proc/"_s + QString::number(run->processId()) + u"/status"_s);
-            const qsizetype at = status.indexOf(u"SigCgt:"_s);
-            return at >= 0
-                   && (status.mid(at + 7).trimmed().left(16).toULongLong(nullptr, 16) >> (number - 1)) & 1;
-        };
-        VERIFY_RUN(hangs ? QTest::qWaitFor(
-                       [&] { return QFile::exists(path(u"pluginkit.log"_s)) && catching(SIGTERM); })
-                         : run->waitFor(arguments.isEmpty() ? window : u"update alert shown"_s),
-                   run);
-        QVERIFY(catching(SIGPIPE)); // a log reader that goes away ends nothing
-        for (const int number : sent)
-            ::kill(pid_t(run->processId()), number);
-        VERIFY_RUN(run->waitForFinished(15000) && run->exitStatus() == QProcess::CrashExit
-                       && sent.contains(run->exitCode()) && (hangs || run->exitCode() == sent.last())
-                       && (hangs || !QDir(path(u"runtime"_s)).entryList(QDir::Files | QDir::System).size())
-                       && !TempHome::readFile(path(u"pluginkit.log"_s)).contains(u"done"_s),
-                   run);
-        TempHome::killAll(sleeper);
     }
 };
 

@@ -100,25 +100,12 @@ bool LauncherBundle::startDisplay()
     return true;
 }
 
-QString LauncherBundle::xdotool(const QStringList& arguments) const
+bool LauncherBundle::typeIntoWindow(const QStringList& keys) const
 {
     Launch tool;
     tool.setProcessEnvironment(env);
-    tool.start(u"xdotool"_s, arguments);
-    return tool.finish() == 0 ? tool.output().section(u'\n', 0, 0) : QString();
-}
-
-bool LauncherBundle::focusWindow(Launch& run) const
-{
-    QString window;
-    const bool ended = QTest::qWaitFor(
-        [&] {
-            window = xdotool({u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^ZELNA Quorin$"_s});
-            return !window.isEmpty() || run.state() == QProcess::NotRunning;
-        },
-        20000);
-    if (!ended || window.isEmpty())
-        return false;
-    xdotool({u"windowfocus"_s, u"--sync"_s, window});
-    return true;
+    tool.start(u"xdotool"_s, QStringList{u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s,
+                                         u"^ZELNA Quorin$"_s, u"windowfocus"_s, u"--sync"_s, u"key"_s}
+                                 + keys);
+    return tool.finish() == 0;
 }

@@ -48,11 +48,9 @@ public:
 
     // Starts the launchers that follow on a virtual X server of their own.
     bool startDisplay();
-    // What xdotool printed first on the virtual X server; nothing when it failed.
-    QString xdotool(const QStringList& arguments) const;
-    // Gives the launcher's window the keyboard (there is no window manager to give it) once it is shown,
-    // unless the launcher ends first.
-    bool focusWindow(Launch& run) const;
+    // Gives the launcher's window the keyboard (there is no window manager to give it) once it is shown, and
+    // types these keys into it.
+    bool typeIntoWindow(const QStringList& keys) const;
 
 private:
     LauncherBundle() = default;
