@@ -1,5 +1,3 @@
-#include "LinuxWorkspace.h"
-#include "ProcFs.h"
 #include "ServiceEnableHandler.h"
 #include "Testing.h"
 #include "XdgLoginItems.h"
@@ -15,6 +13,7 @@ class TestDesktop : public QObject {
     QString m_service = m_home.path() + u"/bin/quorin-service"_s;
     QString m_journal = m_home.path() + u"/journal"_s; // the election tool's calls and the service's starts
     QString m_autostart = m_home.autostartDir() + u'/' + service + u".desktop"_s;
+    QString m_flags = m_home.configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s;
 
     QStringList journal() const { return TempHome::readFile(m_journal).split(u'\n', Qt::SkipEmptyParts); }
     QProcess* startService(const QStringList& arguments, bool asNobody = false)
@@ -75,74 +74,76 @@ private Q_SLOTS:
                 && !QFile::exists(m_autostart));
     }
 
-    void neverByPidAlone()
-    {
-        const int input = ::dup(STDIN_FILENO); // there may be no standard input: 0 is closed like any other
-        ::close(STDIN_FILENO);
-        const uint openFiles = QDir(u"/proc/self/fd"_s).count();
-        const ProcFs::Process self = *ProcFs().process(QCoreApplication::applicationPid());
-        // The process at a pid may run another program by now, or be another user's: this one, say.
-        QVERIFY(
-            !LinuxWorkspace().forceTerminate({self.pid, service, m_service})
-            && !LinuxWorkspace(nullptr, self.uid + 1).forceTerminate({self.pid, service, self.executable}));
-        QVERIFY(ProcFs().processes().size() > 1);
-        QCOMPARE(QDir(u"/proc/self/fd"_s).count(), openFiles); // nothing left open
-        QCOMPARE(::dup(input), STDIN_FILENO);                  // standard input back where it was
-    }
-
     void pass_data()
     {
-        // The stored flag, then processes of the service's program: this user's started as the
-        // usual entry says ("mine", or with "extra" arguments), with the "script" arguments, with
-        // none ("stranger"), one of nobody's (as root); the program file "replaced" while they
-        // run, a "twin" entry naming it too. The service entry's Exec if not the usual one (found
-        // on PATH by its bare name, as installed services usually are). What the pass did, in order.
-        QTest::addColumn<QString>("platform");
+        // The flag as stored in the list; what is there before the pass: processes of the service's program,
+        // this user's started as the usual entry says ("mine", or with "extra" arguments), with the "script"
+        // arguments, with none ("stranger"), one of nobody's ("theirs", as root); the program file "replaced"
+        // while they run, a "twin" entry naming it too, a "pipe" at the login item's name. The service
+        // entry's Exec if not the usual one (found on PATH by its bare name, as installed services usually
+        // are). What the pass did, in order.
+        QTest::addColumn<QByteArray>("stored");
+        QTest::addColumn<QStringList>("before");
         QTest::addColumn<QString>("exec");
         QTest::addColumn<QString>("outcome");
+        const QByteArray on = "<string>1</string>", off = "<string>0</string>";
         // Nobody's instance is neither counted nor killed.
-        QTest::newRow("not running") << u"1 theirs"_s << QString() << u"-e use start login"_s;
-        QTest::newRow("running") << u"1 mine"_s << QString() << u"-e use running login"_s;
-        QTest::newRow("disabled") << u"0 mine mine theirs"_s << QString() << u"-e ignore killed 9 killed 9"_s;
+        QTest::newRow("not running") << on << QStringList{u"theirs"_s} << QString()
+                                     << u"-e use start login"_s;
+        QTest::newRow("running") << on << QStringList{u"mine"_s} << QString() << u"-e use running login"_s;
+        QTest::newRow("disabled") << off << QStringList{u"mine"_s, u"mine"_s, u"theirs"_s} << QString()
+                                  << u"-e ignore killed 9 killed 9"_s;
+        // Any text but "1" is off; anything but text is on, and stored as "1".
+        QTest::newRow("the word true")
+            << "<string>true</string>"_ba << QStringList{u"mine"_s} << QString() << u"-e ignore killed 9"_s;
+        QTest::newRow("a number") << "<integer>0</integer>"_ba << QStringList() << QString()
+                                  << u"-e use start login"_s;
         // Not installed: no login item, nothing started.
-        QTest::newRow("missing program") << u"1"_s << u"/nonexistent/quorin-service"_s << u"-e use"_s;
-        QTest::newRow("hidden entry") << u"1"_s << u"quorin-service\nHidden=true"_s << u"-e use"_s;
-        QTest::newRow("exits at once") << u"1"_s << u"true"_s << u"-e use login"_s;
+        QTest::newRow("missing program")
+            << on << QStringList() << u"/nonexistent/quorin-service"_s << u"-e use"_s;
+        QTest::newRow("hidden entry")
+            << on << QStringList() << u"quorin-service\nHidden=true"_s << u"-e use"_s;
+        QTest::newRow("exits at once") << on << QStringList() << u"true"_s << u"-e use login"_s;
         // Only the command line tells an interpreter's script from the user's other uses of it.
-        QTest::newRow("interpreter") << u"0 script stranger"_s << u"quorin-service -c \"serve %%1\" %U"_s
+        QTest::newRow("interpreter") << off << QStringList{u"script"_s, u"stranger"_s}
+                                     << u"quorin-service -c \"serve %%1\" %U"_s
                                      << u"-e ignore killed 9 running"_s;
         QTest::newRow("replaced, more arguments")
-            << u"0 extra replaced"_s << QString() << u"-e ignore killed 9"_s;
-        QTest::newRow("second entry") << u"1 mine twin"_s << QString() << u"-e use running login"_s;
+            << off << QStringList{u"extra"_s, u"replaced"_s} << QString() << u"-e ignore killed 9"_s;
+        QTest::newRow("second entry")
+            << on << QStringList{u"mine"_s, u"twin"_s} << QString() << u"-e use running login"_s;
         // Any program of the user can put a pipe at the login item's name: replaced, never waited on.
-        QTest::newRow("pipe as login item") << u"1 mine pipe"_s << QString() << u"-e use running login"_s;
+        QTest::newRow("pipe as login item")
+            << on << QStringList{u"mine"_s, u"pipe"_s} << QString() << u"-e use running login"_s;
     }
     void pass()
     {
-        QFETCH(QString, platform);
+        QFETCH(QByteArray, stored);
+        QFETCH(QStringList, before);
         QFETCH(QString, exec);
         QFETCH(QString, outcome);
         m_home.installApplication(service, exec.isEmpty() ? usualExec : exec);
-        if (platform.contains(u"twin"_s))
+        if (before.contains(u"twin"_s))
             m_home.installApplication(u"a.Twin"_s, u"quorin-service --background"_s);
-        ServiceEnableHandler::updateUserDefaults(platform.startsWith(u'1'));
+        QVERIFY(
+            TempHome::writeFile(m_flags, "<plist><dict><key>QREnabled</key>" + stored + "</dict></plist>"));
         QFile::remove(m_autostart); // an invalid entry until the pass rewrites it, or a pipe
-        QVERIFY(platform.contains(u"pipe"_s) ? ::mkfifo(qPrintable(m_autostart), 0600) == 0
-                                             : TempHome::writeFile(m_autostart, "[Desktop Entry]\nExec=x\n"));
+        QVERIFY(before.contains(u"pipe"_s) ? ::mkfifo(qPrintable(m_autostart), 0600) == 0
+                                           : TempHome::writeFile(m_autostart, "[Desktop Entry]\nExec=x\n"));
         QFile::remove(m_journal);
         QList<QProcess*> instances;
         const QHash<QString, QStringList> arguments{{u"mine"_s, {u"--background"_s}},
                                                     {u"extra"_s, {u"--background"_s, u"-v"_s}},
                                                     {u"script"_s, {u"-c"_s, u"serve %1"_s}},
                                                     {u"stranger"_s, {}}};
-        for (const QString& word : platform.split(u' '))
+        for (const QString& word : before)
             if (arguments.contains(word))
                 instances << startService(arguments[word]);
         QTRY_COMPARE(journal().size(), instances.size()); // each noted its start
-        if (platform.contains(u"replaced"_s))             // as an upgrade does: a new file in its place
+        if (before.contains(u"replaced"_s))               // as an upgrade does: a new file in its place
             QVERIFY(QFile::copy(m_service, m_service + u".new"_s)
                     && ::rename(qPrintable(m_service + u".new"_s), qPrintable(m_service)) == 0);
-        QProcess* other = platform.contains(u"theirs"_s) && geteuid() == 0
+        QProcess* other = before.contains(u"theirs"_s) && geteuid() == 0
                               ? startService({u"--background"_s}, true)
                               : nullptr;
         QVERIFY(!other || other->waitForStarted());
@@ -162,6 +163,9 @@ private Q_SLOTS:
         };
         QTRY_COMPARE(now(), outcome);
         QVERIFY(!other || other->state() == QProcess::Running);
+        // Left as it was when text, as the other programs of the group read it; else stored as text.
+        const QByteArray text = stored.startsWith("<string>") ? stored : "<string>1</string>";
+        QVERIFY(TempHome::readFile(m_flags).contains(QString::fromUtf8(text)));
     }
 };
 

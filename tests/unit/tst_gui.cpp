@@ -1,7 +1,9 @@
 #include "AppDelegate.h"
 #include "Application.h"
 #include "Bundle.h"
-#include "FakePlatform.h"
+#include "LinuxWorkspace.h"
+#include "OsVersion.h"
+#include "Platform.h"
 #include "Storyboard.h"
 #include "SUStandardUserDriver.h"
 #include "SUUpdateAlert.h"
@@ -17,12 +19,14 @@
 #include <QLoggingCategory>
 #include <QPushButton>
 #include <QTextBrowser>
+#include <QThreadPool>
+#include <QVersionNumber>
 
 namespace {
 const QString enabledFile = uR"({"previewEnabled":true})"_s;
 const QString disabledFile = uR"({"previewEnabled":false})"_s;
 const QString previewPath = u"/com.zelna.Quorin.shared/Communication/commnuication_file.json"_s;
-const RunningApplication service{7, u"com.zelna.Quorin.Service"_s, u"/x"_s};
+const QString service = QStringLiteral(ZQ_TEST_SERVICE);
 std::atomic<int> g_activations; // the launcher's "application activated" debug lines
 bool g_finished = false;        // an exit before the end (a checker ending) fails the run
 
@@ -31,14 +35,35 @@ void clickBox(QAbstractButton* box)
 {
     QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
 }
+
+// The desktop as it is, but for what it cannot show here: a Dock to bring forward, and a system older than
+// the current wording.
+struct Desktop : LinuxWorkspace, OsVersion {
+    QStringList activated;
+    QVersionNumber system{13, 0, 0}; // the first system version of the current wording, exactly
+    QList<RunningApplication> runningApplications(const QString& id) override
+    {
+        return id == u"com.apple.dock"_s ? QList{RunningApplication{3, id, {}}}
+                                         : LinuxWorkspace::runningApplications(id);
+    }
+    bool activate(const RunningApplication& app) override
+    {
+        activated << QString::number(app.pid);
+        return true;
+    }
+    bool isAtLeast(int major, int minor, int patch) const override
+    {
+        return QVersionNumber(major, minor, patch) <= system;
+    }
+};
 } // namespace
 
 // The application shell and the settings window made from the bundle's own
 // Main.ui, driven with real mouse and key events on the offscreen platform.
 class TestGui : public QObject {
     Q_OBJECT
-    std::unique_ptr<TempHome> m_home;
-    std::unique_ptr<FakePlatform> m_fake;
+    TempHome m_home;
+    std::shared_ptr<Desktop> m_desktop = std::make_shared<Desktop>();
     std::unique_ptr<WindowController> m_window;
     QStringList m_opened; // addresses given to the desktop
     Q_INVOKABLE void opened(const QUrl& url) { m_opened << url.toString(); }
@@ -51,7 +76,8 @@ class TestGui : public QObject {
         std::ignore = QTest::qWaitForWindowExposed(m_window->window()); // for the clicks; failing, they fail
         return *m_window->contentViewController();
     }
-    QString previewFile() const { return m_home->dataHome() + previewPath; }
+    QString previewFile() const { return m_home.dataHome() + previewPath; }
+    QString loginItem() const { return m_home.autostartDir() + u"/com.zelna.Quorin.Service.desktop"_s; }
 
 private Q_SLOTS:
     void initTestCase()
@@ -61,15 +87,26 @@ private Q_SLOTS:
         qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
             g_activations += message == u"application activated"_s;
         });
+        m_home.applyToProcess(); // before GIO reads the variables
+        m_home.installApplication(u"com.zelna.Quorin.Service"_s, service);
+        PlatformServices services;
+        services.workspace = m_desktop;
+        services.osVersion = m_desktop;
+        Platform::replace(services);
+        for (const QString& scheme : {u"http"_s, u"https"_s, u"file"_s, u"javascript"_s})
+            QDesktopServices::setUrlHandler(scheme, this, "opened");
     }
     void init()
     {
-        m_home = std::make_unique<TempHome>();
-        m_home->applyToProcess(); // the window writes the preview file
-        m_fake = std::make_unique<FakePlatform>();
-        m_fake->install();
+        QFile::remove(previewFile());
+        m_opened.clear();
     }
-    void cleanup() { m_window.reset(); }
+    void cleanup()
+    {
+        m_window.reset();
+        QThreadPool::globalInstance()->waitForDone(); // a start the window asked for
+        TempHome::killAll(service);
+    }
     void cleanupTestCase() { g_finished = true; }
 
     void applicationShell()
@@ -77,11 +114,10 @@ private Q_SLOTS:
         // An accessory reopened brings the Dock forward first, then itself after a pause, never at once.
         Application application({u"zelna-quorin"_s}, Application::Accessory);
         const auto delegate = std::make_shared<AppDelegate>();
-        m_fake->running = {{3, u"com.apple.dock"_s, u"/x"_s}};
         QVERIFY(delegate->applicationShouldHandleReopen(false));
         QWidget* window = delegate->controller().window(); // made once: the one shown
         QVERIFY(window->isVisible());
-        QCOMPARE(m_fake->journal().filter(u"activate"_s), QStringList{u"activate 3"_s});
+        QCOMPARE(m_desktop->activated, QStringList{u"3"_s});
         QCOMPARE(g_activations.load(), 0);
         QTRY_COMPARE_WITH_TIMEOUT(g_activations.load(), 1, 10000);
         // A checker whose window was shown has become a launcher: an answer does not end it.
@@ -91,15 +127,14 @@ private Q_SLOTS:
         updates.updaterDidAbortWithError(nullptr, {});
         // After an update the login item goes off, then on again 300 ms later, even when the
         // process ends in between.
+        QVERIFY(TempHome::writeFile(loginItem(), "[Desktop Entry]\n"));
         QElapsedTimer clock;
         clock.start();
         updates.updaterDidRelaunchApplication(nullptr);
-        const QStringList items{u"login com.zelna.Quorin.Service off"_s,
-                                u"login com.zelna.Quorin.Service on"_s};
         QTest::qWait(100);
-        QCOMPARE(m_fake->journal().filter(u"login"_s), items.first(1));
+        QVERIFY(!QFile::exists(loginItem()));
         UpdateDelegate::finishPendingWork();
-        QCOMPARE(m_fake->journal().filter(u"login"_s), items);
+        QVERIFY(TempHome::readFile(loginItem()).contains(u"Exec="_s + service));
         QVERIFY2(clock.elapsed() >= 300, qPrintable(QString::number(clock.elapsed())));
     }
     void settingsWindow_data()
@@ -130,9 +165,11 @@ private Q_SLOTS:
         QFETCH(bool, running);
         QFETCH(QString, language);
         QFETCH(QString, texts);
+        QProcess instance;
         if (running)
-            m_fake->running = {service};
-        m_fake->system = running ? QVersionNumber(12, 7, 6) : m_fake->system;
+            instance.start(service);
+        QVERIFY(!running || instance.waitForStarted());
+        m_desktop->system = running ? QVersionNumber(12, 7, 6) : QVersionNumber(13, 0, 0);
         QVERIFY(!running || TempHome::writeFile(previewFile(), disabledFile.toUtf8()));
         const auto translator = Translations::load(QLocale(language), Bundle::main());
         QVERIFY(!translator == (language != u"de_DE"_s)
@@ -157,8 +194,7 @@ private Q_SLOTS:
         QTest::mouseClick(m_window->window()->findChild<QPushButton*>(u"helpButton"_s), Qt::LeftButton);
         const auto info
             = [](const QString& key) { return Bundle::main().objectForInfoDictionaryKey(key).toString(); };
-        QCOMPARE(m_fake->journal().filter(u"openURL"_s), QStringList(u"openURL "_s + info(u"ZLHelpBaseURL"_s)
-                                                                     + u'#' + info(u"ZLHelpPageFragment"_s)));
+        QCOMPARE(m_opened, QStringList(info(u"ZLHelpBaseURL"_s) + u'#' + info(u"ZLHelpPageFragment"_s)));
         QStringList order; // each control in tab order, named for assistive technology
         for (QWidget* w = m_window->window()->nextInFocusChain(); w != m_window->window();
              w = w->nextInFocusChain())
@@ -192,8 +228,6 @@ private Q_SLOTS:
                                QUrl::fromLocalFile(QCoreApplication::applicationFilePath()))
                     .isNull());
         QVERIFY(notes->document()->resource(QTextDocument::ImageResource, QUrl(u"data:,x"_s)).isNull());
-        for (const QString& scheme : {u"http"_s, u"https"_s, u"file"_s, u"javascript"_s})
-            QDesktopServices::setUrlHandler(scheme, this, "opened");
         for (const QString& address : {u"file:///etc/passwd"_s, u"javascript:alert(1)"_s, u"/opt/q.deb"_s,
                                        u""_s, u"http://example.com/q"_s, u"HTTPS://example.com/q"_s})
             Q_EMIT notes->anchorClicked(QUrl(address));
