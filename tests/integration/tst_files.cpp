@@ -146,15 +146,12 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("tree");   // a script run in the home, the current folder
         QTest::addColumn<QString>("chosen"); // "~" stands for the home
-        QTest::addColumn<QString>(
-            "logged"); // besides the start and the end; an unreadable chosen folder fails
+        QTest::addColumn<QString>("logged"); // besides the start and the end; "permission" fails the call
         QTest::newRow("nothing chosen") << u"true"_s << QString() << QString();
         QTest::newRow("find's order, duplicates, missing")
             << u"mkdir -p t/s/d t/z t/0 0; touch file t/a t/s/b t/.c t/s/d/x t/z/y 't/%41 #?'"_s
             << u"~/file ~/t ~/0 ~/missing t ~/t/a t/a"_s << u"Error Domain=NSPOSIXErrorDomain Code=2 "_s;
-        QTest::newRow(
-            "links listed, not followed; special files never opened (a pipe would block); names not "
-            "UTF-8, paths over PATH_MAX")
+        QTest::newRow("links listed unfollowed, special files unopened, names not UTF-8, paths over PATH_MAX")
             << u"mkdir -p s/f; touch s/f/in s/file; ln -s f s/lf; ln -s file s/lfile; ln -s none s/dangling; "
                u"mkfifo s/fifo; mknod s/null c 1 3 || touch s/null; python3 -c 'import socket; "
                u"socket.socket(socket.AF_UNIX).bind(\"s/socket\")'; cd s; N=$(printf 'n%.0s' $(seq 100)); "

@@ -5,13 +5,9 @@
 
 #define VERIFY_RUN(condition, run) QVERIFY2(condition, qPrintable((run)->output()))
 
-namespace {
-
-const QString window = u"window shown: MainWindow"_s;
-const QString handedOver = u"handed over to the running launcher"_s;
-const QString check = u"checkVersion"_s;
-
-} // namespace
+static const QString window = u"window shown: MainWindow"_s;
+static const QString handedOver = u"handed over to the running launcher"_s;
+static const QString check = u"checkVersion"_s;
 
 // The built launcher in a bundle of its own and a temporary home, with a stand-in pluginkit.
 class TestLauncher : public QObject {
@@ -19,16 +15,9 @@ class TestLauncher : public QObject {
     std::unique_ptr<LauncherBundle> m_bundle;
 
     QString path(const QString& relative) const { return m_bundle->path(relative); }
-    std::unique_ptr<Launch> launch(const QStringList& arguments = {}, bool display = true,
-                                   const QString& prepare = {})
-    {
-        return m_bundle->launch(arguments, display, prepare);
-    }
-    void writeInfo(const QByteArray& feed) { QVERIFY(m_bundle->writeInfo(feed)); }
     bool checkRecorded() const
     {
-        return TempHome::readFile(m_bundle->home().configHome() + u"/com.zelna.Quorin.plist"_s)
-            .contains(u"SULastCheckTime"_s);
+        return TempHome::readFile(path(u"config/com.zelna.Quorin.plist"_s)).contains(u"SULastCheckTime"_s);
     }
     // What another user's reopen request meets: "refused", "hung up" or "answered".
     static QString reopenAsNobody(const QString& socket)
@@ -55,42 +44,39 @@ private Q_SLOTS:
 
     void start_data()
     {
-        QTest::addColumn<QByteArray>("feed");   // see writeInfo
+        QTest::addColumn<QByteArray>("feed");   // see LauncherBundle::writeInfo
         QTest::addColumn<QString>("arguments"); // a leading "-" for a start without a display
-        QTest::addColumn<int>("status");        // see Launch::finish
-        QTest::addColumn<QString>("shown");     // the window only when this says so
-        // Then sent this signal (as by the session, or Ctrl+C in a terminal): it ends as after Quit, its lock
-        // given up, and then by that signal.
-        QTest::addColumn<int>("signal");
-        QTest::newRow("checker, no newer version") << "1.0"_ba << check << 0 << u""_s << 0;
+        // The exit status (see Launch::finish), or minus the signal then sent to it still running (as by the
+        // session, or a terminal): it ends as after Quit, its lock given up, and then by that signal.
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("shown"); // the window only when this says so
+        QTest::newRow("checker, no newer version") << "1.0"_ba << check << 0 << u""_s;
         QTest::newRow("checker, newer version")
-            << "2.0"_ba << check << -1 << u"update alert shown for version 2.0"_s << SIGINT;
+            << "2.0"_ba << check << -SIGINT << u"update alert shown for version 2.0"_s;
         // A check without an answer ends the checker: run from a timer, it must not pile up.
-        QTest::newRow("checker, feed missing")
-            << "none"_ba << check << 1 << u"Updater: update check of"_s << 0;
+        QTest::newRow("checker, feed missing") << "none"_ba << check << 1 << u"Updater: update check of"_s;
         QTest::newRow("checker, no network module")
-            << "no module"_ba << check << 1 << u"plugins/libzq-feed-download.so cannot be loaded: "_s << 0;
+            << "no module"_ba << check << 1 << u"plugins/libzq-feed-download.so cannot be loaded: "_s;
         QTest::newRow("checker, another plug-in as the network module")
             << "other module"_ba << check << 1
-            << u"it does not offer com.zelna.Quorin.SUFeedDownloadFactory"_s << 0;
+            << u"it does not offer com.zelna.Quorin.SUFeedDownloadFactory"_s;
         // With no display, no one can see a window: what was found is logged.
-        QTest::newRow("no display, no newer version") << "1.0"_ba << u"-"_s + check << 0 << u""_s << 0;
+        QTest::newRow("no display, no newer version") << "1.0"_ba << u"-"_s + check << 0 << u""_s;
         QTest::newRow("no display, newer version")
             << "2.0"_ba << u"-"_s + check << 2
-            << u"Updater: version 2.0 (2.0) is available; 1.0.0 is installed"_s << 0;
+            << u"Updater: version 2.0 (2.0) is available; 1.0.0 is installed"_s;
         // Only the first argument, exactly, makes a checker.
         QTest::newRow("capitalised, then second")
-            << "1.0"_ba << u"CheckVersion checkVersion"_s << -1 << window << SIGTERM;
+            << "1.0"_ba << u"CheckVersion checkVersion"_s << -SIGTERM << window;
         // Without a feed URL (here one of the wrong type) nothing is checked.
-        QTest::newRow("a number") << "<key>SUFeedURL</key><integer>42</integer>"_ba << u""_s << -1 << window
-                                  << 0;
+        QTest::newRow("a number") << "<key>SUFeedURL</key><integer>42</integer>"_ba << u""_s << -SIGHUP
+                                  << window;
         QTest::newRow("feed not a URL")
             << "<key>SUFeedURL</key><string>not a url</string>"_ba << u""_s << 255
-            << u"SUFeedURL \"not a url\" in the bundle's Info.plist is not a URL"_s << 0;
+            << u"SUFeedURL \"not a url\" in the bundle's Info.plist is not a URL"_s;
         // No version to show: a clear, deliberate end.
         QTest::newRow("Info.plist cut short")
-            << "</dict>"_ba << u""_s << 255 << u"The bundle's Info.plist has no CFBundleShortVersionString"_s
-            << 0;
+            << "</dict>"_ba << u""_s << 255 << u"The bundle's Info.plist has no CFBundleShortVersionString"_s;
     }
     void start()
     {
@@ -98,11 +84,10 @@ private Q_SLOTS:
         QFETCH(QString, arguments);
         QFETCH(int, status);
         QFETCH(QString, shown);
-        QFETCH(int, signal);
-        writeInfo(feed);
+        QVERIFY(m_bundle->writeInfo(feed));
         const bool display = !arguments.startsWith(u'-');
         arguments.remove(0, display ? 0 : 1);
-        auto run = launch(arguments.split(u' ', Qt::SkipEmptyParts), display);
+        auto run = m_bundle->launch(arguments.split(u' ', Qt::SkipEmptyParts), display);
         // Still running means no update found does not end the others.
         VERIFY_RUN(status < 0 ? run->waitFor(shown) && run->state() == QProcess::Running
                               : run->finish() == status,
@@ -110,8 +95,7 @@ private Q_SLOTS:
         VERIFY_RUN(run->says(shown) && (shown == window || !run->says(window)), run);
         // Log lines on standard error after local time to the millisecond, program, pid and thread.
         static const QRegularExpression logLine(
-            uR"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} zelna-quorin\[\d+:\d+\] )"_s,
-            QRegularExpression::MultilineOption);
+            uR"((?m)^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} zelna-quorin\[\d+:\d+\] )"_s);
         VERIFY_RUN(run->output().contains(logLine), run);
         QVERIFY(arguments != check || checkRecorded());
         // The service pass runs at every start, whatever follows.
@@ -119,10 +103,10 @@ private Q_SLOTS:
                  u"-e use -i com.zelna.Quorin.Service.Finder\n"_s);
         if (feed.startsWith('<'))
             VERIFY_RUN(!run->says(u"Updater:"_s) && !checkRecorded(), run);
-        if (signal) {
-            ::kill(pid_t(run->processId()), signal);
+        if (status < 0) {
+            ::kill(pid_t(run->processId()), -status);
             VERIFY_RUN(run->waitForFinished(15000) && run->exitStatus() == QProcess::CrashExit
-                           && run->exitCode() == signal
+                           && run->exitCode() == -status
                            && QDir(path(u"runtime"_s)).entryList(QDir::Files | QDir::System).isEmpty(),
                        run);
         }
@@ -144,8 +128,8 @@ private Q_SLOTS:
         const QString folder
             = shared ? path(u"tmp/zelna-quorin-"_s) + QString::number(::getuid()) : path(u"runtime"_s);
         const QString socket = folder + u"/zelna-quorin.socket"_s;
-        writeInfo("2.0"); // a checker that found an update stays
-        auto first = launch({check});
+        QVERIFY(m_bundle->writeInfo("2.0")); // a checker that found an update stays
+        auto first = m_bundle->launch({check});
         VERIFY_RUN(first->waitFor(u"update alert shown"_s) && QFile::exists(socket), first);
         if (::geteuid() == 0) { // only root can act as another user
             QCOMPARE(reopenAsNobody(socket), u"refused"_s);
@@ -155,8 +139,7 @@ private Q_SLOTS:
             QCOMPARE(reopenAsNobody(socket), u"hung up"_s);
         }
         m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-test_TIME42"_s); // what the desktop gives a start
-        auto second = launch();                                             // no service pass of its own
-        m_bundle->env.remove(u"DESKTOP_STARTUP_ID"_s);
+        auto second = m_bundle->launch();                                   // no service pass of its own
         VERIFY_RUN(second->finish() == 0 && second->says(handedOver) && !second->says(u"ZELNA_LOG"_s)
                        && TempHome::readFile(path(u"pluginkit.log"_s)).count(u'\n') == 1,
                    second);
@@ -166,8 +149,8 @@ private Q_SLOTS:
                    first);
         // Once, with the log text as it has always been spelt; none for the other user.
         QCOMPARE(first->output().count(u"ZENLA Launcher applicationShouldHandleReopen"_s), 1);
-        writeInfo("1.0");
-        auto checker = launch({check}); // a checker never hands over: it checks
+        QVERIFY(m_bundle->writeInfo("1.0"));
+        auto checker = m_bundle->launch({check}); // a checker never hands over: it checks
         VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
     }
 };

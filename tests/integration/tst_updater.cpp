@@ -14,8 +14,7 @@
 #include <QTcpSocket>
 #include <QTimer>
 
-namespace {
-QByteArray feedWith(const QByteArray& version)
+static QByteArray feedWith(const QByteArray& version)
 {
     return "<rss xmlns:s=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel><item><s:version>"
            + version + "</s:version></item></channel></rss>";
@@ -29,7 +28,6 @@ struct SkippingUser : SUUserDriver {
         then(Choice::SkipThisVersion);
     }
 };
-} // namespace
 
 // The update feed, the order of versions, and the updater against feeds in files and from a local
 // server; m_calls notes what it tells the test.
@@ -44,8 +42,7 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
     void updaterDidRelaunchApplication(SUUpdater*) override { m_calls << u"relaunched"_s; }
     void updaterDidAbortWithError(SUUpdater*, const QString& error) override { m_calls << error; }
 
-    std::unique_ptr<SUUpdater> make(std::chrono::milliseconds timeout = 5s,
-                                    std::chrono::seconds interval = 24h)
+    auto make(std::chrono::milliseconds timeout = 5s, std::chrono::seconds interval = 24h)
     {
         const SUUpdater::Host host{u"1.0"_s, u"1.0"_s,    u"zq.test"_s, interval,
                                    timeout,  4 * timeout, 1 << 20,      QStringLiteral(ZQ_MODULE_DIR)};
@@ -90,17 +87,19 @@ private Q_SLOTS:
         m_calls.clear();
     }
 
-    void newerVersionsAreOfferedUntilSkipped()
+    // A version other than the last launch's means the update was installed: told at once, and not again at a
+    // restart with the same version.
+    void relaunchIsToldAndNewerVersionsOfferedUntilSkipped()
     {
+        Platform::defaults().open(u"zq.test"_s)->setValue(SUUpdater::lastLaunchedVersionKey, u"0.9"_s);
         auto updater = make();
         QVERIFY(check(*updater, writeFeed(feedWith("1.0.0"))));
         QVERIFY(check(*updater, writeFeed(feedWith("1.1"))));
         QVERIFY(check(*updater, writeFeed(feedWith("1.1")))); // the skipped version is no update from now on
         QVERIFY(check(*make(), writeFeed(feedWith("1.2"))));  // not even after a restart, but a newer one is
-        QCOMPARE(m_calls, (QStringList{u"notFound"_s, u"offered 1.1"_s, u"notFound"_s, u"offered 1.2"_s}));
-        QCOMPARE(SUUpdater::checkInterval(std::nullopt), 24h); // a day unless asked for more than an hour
-        for (const auto& [asked, interval] :
-             QList<std::pair<qint64, std::chrono::seconds>>{{0, 24h}, {-5, 24h}, {1, 1h}, {7200, 2h}})
+        QCOMPARE(m_calls.join(u'|'), u"relaunched|notFound|offered 1.1|notFound|offered 1.2"_s);
+        for (const auto& [asked, interval] : QList<std::pair<std::optional<qint64>, std::chrono::seconds>>{
+                 {std::nullopt, 24h}, {0, 24h}, {-5, 24h}, {1, 1h}, {7200, 2h}})
             QCOMPARE(SUUpdater::checkInterval(asked), interval);
     }
 
@@ -113,8 +112,7 @@ private Q_SLOTS:
         QTest::newRow("several megabytes") << writeFeed(QByteArray(3 << 20, ' '), u"5"_s) << u"larger than"_s;
         QTest::newRow("missing file") << QUrl::fromLocalFile(m_home.path() + u"/none"_s) << u"failed"_s;
         QTest::newRow("endless device file") << QUrl(u"file:///dev/zero"_s) << u"cannot be read"_s; // no hang
-        QTest::newRow("other scheme")
-            << QUrl(u"ftp://127.0.0.1/a.xml"_s) << u"not an https, http or file URL"_s;
+        QTest::newRow("other scheme") << QUrl(u"ftp://127.0.0.1/"_s) << u"not an https, http or file URL"_s;
         // A silent server meets the 300 ms transfer time-out; a trickle outlives it, not the 1.2 s deadline.
         QTest::newRow("never answers") << QUrl(served + u"/silent"_s) << u"failed"_s;
         QTest::newRow("trickles") << QUrl(served + u"/trickle"_s) << u"did not arrive within"_s;
@@ -150,17 +148,6 @@ private Q_SLOTS:
         updater->setAutomaticallyChecksForUpdates(false);
         QVERIFY(!finished.wait(3000));
         QCOMPARE(m_calls, QStringList{u"notFound"_s});
-    }
-
-    // A version other than the last launch's means the update was installed: told once, at once.
-    void relaunchIsToldOnce()
-    {
-        Platform::defaults().open(u"zq.test"_s)->setValue(SUUpdater::lastLaunchedVersionKey, u"0.9"_s);
-        auto updater = make();
-        QTRY_COMPARE(m_calls, QStringList{u"relaunched"_s});
-        auto again = make(); // the next start with the same version is no relaunch
-        QTest::qWait(50);
-        QCOMPARE(m_calls, QStringList{u"relaunched"_s});
     }
 
     // Both ways round and reflexive; a separator after the shared run lengthens, a stray one loses.
