@@ -1,7 +1,7 @@
 // Every reader of outside input as a fuzz target. Built with ZQ_FUZZ_TARGET set, this is that target's
 // libFuzzer program; without it, a replayer that runs the target named first on its command line over saved
 // inputs, so the ordinary test builds replay every seed and every input that once failed.
-#include "DesktopApplications.h"
+#include "DesktopEntry.h"
 #include "LogSink.h"
 #include "Platform.h"
 #include "PlistDocument.h"
@@ -60,7 +60,7 @@ const Target targets[] = {
          FUZZ_CHECK(reread && reread->value(u"QREnabled"_s) == QVariant(u"1"_s));
      }},
     // Desktop entries can be written by any program of the user; the service's is copied into autostart, and
-    // the copy must start the same program.
+    // the copy must run the same command, its program by the path found.
     {"fuzz_desktop_entry",
      [](const QString& scratch) {
          for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_DATA_DIRS", "XDG_CONFIG_DIRS"})
@@ -74,17 +74,17 @@ const Target targets[] = {
          FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate)
                     && file.write(input) == input.size());
          file.close();
-         if (const auto entry = DesktopApplications::readEntry(g_file)) {
-             FUZZ_CHECK(!entry->exec.isEmpty());
-             (void)XdgLoginItems::execWithProgram(entry->exec, u"/usr/bin/true"_s);
-         }
+         const auto arguments = [](const QString& path) {
+             const auto entry = DesktopEntry::read(path);
+             const auto* read = std::get_if<DesktopEntry>(&entry);
+             return read ? read->arguments() : std::nullopt;
+         };
          QFile::remove(g_other);
          if (XdgLoginItems().setEnabled(u"com.example.Fuzz"_s, true)) {
-             const auto written = DesktopApplications::readEntry(g_other);
-             FUZZ_CHECK(written && DesktopApplications::absoluteProgram(written->exec));
-             FUZZ_CHECK(
-                 DesktopApplications::absoluteProgram(written->exec)
-                 == DesktopApplications::absoluteProgram(DesktopApplications::readEntry(g_file)->exec));
+             auto expected = arguments(g_file);
+             FUZZ_CHECK(expected && !expected->isEmpty() && DesktopEntry::findProgram(expected->first()));
+             (*expected)[0] = *DesktopEntry::findProgram(expected->first());
+             FUZZ_CHECK(arguments(g_other) == expected);
          }
      }},
     // Log lines are formats carrying text from files and feeds: the format, then NUL-separated arguments.

@@ -1,9 +1,9 @@
 #include "DesktopApplications.h"
 
+#include "DesktopEntry.h"
 #include "DesktopEntryDirectories.h"
 #include "GLibPtr.h"
 #include "GioLibrary.h"
-#include "RegularFile.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -14,22 +14,6 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-constexpr const char* group = "Desktop Entry";
-
-QString stringValue(GKeyFile* keyFile, const char* key)
-{
-    const GCharPtr value(g_key_file_get_string(keyFile, group, key, nullptr));
-    return value ? QString::fromUtf8(value.get()) : QString();
-}
-
-std::optional<QString> findProgram(const QString& program)
-{
-    if (program.isEmpty())
-        return std::nullopt;
-    const GCharPtr found(g_find_program_in_path(QFile::encodeName(program).constData()));
-    return found ? std::optional(QString::fromLocal8Bit(found.get())) : std::nullopt;
-}
 
 ZLError errorFrom(GError* error)
 {
@@ -69,53 +53,15 @@ std::variant<qint64, ZLError> launch(const GioLibrary& gio, GDesktopAppInfo* inf
 
 } // namespace
 
-std::optional<DesktopApplications::Entry> DesktopApplications::readEntry(const QString& path)
+std::optional<DesktopApplications::Command> DesktopApplications::command(const DesktopEntry& entry)
 {
-    const auto bytes = RegularFile::read(path, maxEntrySize);
-    const GKeyFilePtr keyFile(g_key_file_new());
-    if (!std::holds_alternative<QByteArray>(bytes)
-        || !g_key_file_load_from_data(keyFile.get(), std::get<QByteArray>(bytes).constData(),
-                                      gsize(std::get<QByteArray>(bytes).size()), G_KEY_FILE_NONE, nullptr))
-        return std::nullopt;
-    if (stringValue(keyFile.get(), "Type") != u"Application"_s
-        || g_key_file_get_boolean(keyFile.get(), group, "Hidden", nullptr))
-        return std::nullopt;
-    const QString tryExec = stringValue(keyFile.get(), "TryExec");
-    if (!tryExec.isEmpty() && !findProgram(tryExec))
-        return std::nullopt;
-    Entry entry{path, stringValue(keyFile.get(), "Exec")};
-    if (entry.exec.trimmed().isEmpty())
-        return std::nullopt;
-    return entry;
-}
-
-std::optional<QString> DesktopApplications::absoluteProgram(const QString& exec)
-{
-    // Exec quoting follows the shell's; the first argument is the program.
-    gchar** argv = nullptr;
-    if (!g_shell_parse_argv(exec.toUtf8().constData(), nullptr, &argv, nullptr))
-        return std::nullopt;
-    const std::unique_ptr<gchar*, decltype(&g_strfreev)> args(argv, &g_strfreev);
-    return argv[0] ? findProgram(QString::fromUtf8(argv[0])) : std::nullopt;
-}
-
-std::optional<DesktopApplications::Command> DesktopApplications::command(const QString& exec)
-{
-    gchar** argv = nullptr;
-    if (!g_shell_parse_argv(exec.toUtf8().constData(), nullptr, &argv, nullptr))
-        return std::nullopt;
-    const std::unique_ptr<gchar*, decltype(&g_strfreev)> args(argv, &g_strfreev);
-    const auto program = argv[0] ? findProgram(QString::fromUtf8(argv[0])) : std::nullopt;
+    const auto arguments = entry.runnable() ? entry.arguments() : std::nullopt;
+    const auto program
+        = arguments && !arguments->isEmpty() ? DesktopEntry::findProgram(arguments->first()) : std::nullopt;
     const QFileInfo canonical(program ? QFileInfo(*program).canonicalFilePath() : QString());
     if (!canonical.isFile())
         return std::nullopt;
-    Command command{canonical.filePath(), {}};
-    for (gchar** arg = argv + 1; *arg; ++arg) {
-        QString argument = QString::fromUtf8(*arg);
-        if (argument.size() != 2 || argument[0] != u'%' || !argument[1].isLetter())
-            command.arguments << argument.replace(u"%%"_s, u"%"_s);
-    }
-    return command;
+    return Command{canonical.filePath(), arguments->mid(1)};
 }
 
 std::optional<QString> DesktopApplications::installedEntryPath(const QString& bundleIdentifier)
@@ -136,11 +82,14 @@ DesktopApplications::installedEntry(const QString& bundleIdentifier)
 {
     // A hidden or broken entry masks the same ID in later folders.
     const auto path = DesktopEntryDirectories::find(bundleIdentifier + u".desktop"_s);
-    const auto entry = path ? readEntry(*path) : std::nullopt;
-    const auto found = entry ? command(entry->exec) : std::nullopt;
+    if (!path)
+        return std::nullopt;
+    const auto entry = DesktopEntry::read(*path);
+    const auto* read = std::get_if<DesktopEntry>(&entry);
+    const auto found = read ? command(*read) : std::nullopt;
     if (!found)
         return std::nullopt;
-    return std::pair(entry->path, *found);
+    return std::pair(*path, *found);
 }
 
 std::variant<qint64, ZLError> DesktopApplications::launchEntryFile(const QString& entryPath)

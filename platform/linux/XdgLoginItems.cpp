@@ -2,6 +2,7 @@
 
 #include "SystemLog.h"
 #include "DesktopApplications.h"
+#include "DesktopEntry.h"
 #include "GLibPtr.h"
 #include "RegularFile.h"
 #include "WholeFile.h"
@@ -20,27 +21,16 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-constexpr const char* group = "Desktop Entry";
+constexpr const char* group = DesktopEntry::group;
 
-GKeyFilePtr loadEntry(const QString& path)
+std::optional<DesktopEntry> loadEntry(const QString& path)
 {
-    const auto bytes = RegularFile::read(path, DesktopApplications::maxEntrySize);
-    if (const auto* failure = std::get_if<ZLError>(&bytes)) {
+    auto entry = DesktopEntry::read(path);
+    if (auto* failure = std::get_if<ZLError>(&entry)) {
         SystemLog::logText(u"Cannot read desktop entry "_s + path + u": "_s + failure->description());
-        return nullptr;
+        return std::nullopt;
     }
-    GKeyFilePtr keyFile(g_key_file_new());
-    const QByteArray& data = std::get<QByteArray>(bytes);
-    GError* error = nullptr;
-    if (!g_key_file_load_from_data(keyFile.get(), data.constData(), gsize(data.size()),
-                                   GKeyFileFlags(G_KEY_FILE_KEEP_COMMENTS | G_KEY_FILE_KEEP_TRANSLATIONS),
-                                   &error)) {
-        const GErrorPtr owned(error);
-        SystemLog::logText(u"Cannot read desktop entry "_s + path + u": "_s
-                           + QString::fromUtf8(owned ? owned->message : "unknown error"));
-        return nullptr;
-    }
-    return keyFile;
+    return std::move(std::get<DesktopEntry>(entry));
 }
 
 bool writeEntry(GKeyFile* keyFile, const QString& target)
@@ -76,52 +66,7 @@ std::optional<QString> systemAutostartEntry(const QString& fileName)
     return std::nullopt;
 }
 
-bool needsQuoting(const QString& text)
-{
-    static const QString reserved = u" \t\n\"'\\><~|&;$*?#()`"_s;
-    for (const QChar c : text) {
-        if (reserved.contains(c))
-            return true;
-    }
-    return false;
-}
-
 } // namespace
-
-QString XdgLoginItems::execWithProgram(const QString& exec, const QString& absoluteProgram)
-{
-    // The first word ends at the first blank outside quotes, the way GLib splits
-    // the line: "/usr/bin/en"v is one word.
-    const auto blank = [](QChar c) { return c == u' ' || c == u'\t' || c == u'\n'; };
-    qsizetype i = 0;
-    while (i < exec.size() && blank(exec[i]))
-        ++i;
-    QChar quote;
-    for (; i < exec.size(); ++i) {
-        const QChar c = exec[i];
-        if (quote.isNull() && blank(c))
-            break;
-        if (c == u'\\' && quote != u'\'') {
-            ++i;
-        } else if (quote.isNull() && (c == u'"' || c == u'\'')) {
-            quote = c;
-        } else if (c == quote) {
-            quote = QChar();
-        }
-    }
-    QString program = absoluteProgram;
-    program.replace(u'%', u"%%"_s);
-    if (needsQuoting(program)) {
-        QString quoted;
-        for (const QChar c : std::as_const(program)) {
-            if (c == u'"' || c == u'`' || c == u'$' || c == u'\\')
-                quoted += u'\\';
-            quoted += c;
-        }
-        program = u'"' + quoted + u'"';
-    }
-    return program + exec.mid(std::min(i, exec.size()));
-}
 
 bool XdgLoginItems::enable(const QString& bundleIdentifier, const QString& target)
 {
@@ -130,19 +75,19 @@ bool XdgLoginItems::enable(const QString& bundleIdentifier, const QString& targe
         SystemLog::logText(u"No installed application "_s + bundleIdentifier + u" to start at login"_s);
         return false;
     }
-    const GKeyFilePtr keyFile = loadEntry(*entryPath);
-    if (!keyFile)
-        return false;
-    const GCharPtr exec(g_key_file_get_string(keyFile.get(), group, "Exec", nullptr));
-    const QString oldExec = QString::fromUtf8(exec ? exec.get() : "");
-    const auto program = DesktopApplications::absoluteProgram(oldExec);
+    const auto entry = loadEntry(*entryPath);
+    // The command as the application's entry runs it now, its program by the path found: the session starts
+    // the same process, and the entry's own field codes (%k names that file) have nothing left to expand.
+    auto arguments = entry ? entry->arguments() : std::nullopt;
+    const auto program = arguments ? DesktopEntry::findProgram(arguments->value(0)) : std::nullopt;
     if (!program)
         return false;
-    const QString newExec = execWithProgram(oldExec, *program);
-    g_key_file_set_string(keyFile.get(), group, "Exec", newExec.toUtf8().constData());
-    g_key_file_set_boolean(keyFile.get(), group, "X-GNOME-Autostart-enabled", TRUE);
-    g_key_file_remove_key(keyFile.get(), group, "Hidden", nullptr);
-    return writeEntry(keyFile.get(), target);
+    (*arguments)[0] = *program;
+    GKeyFile* keyFile = entry->keyFile();
+    g_key_file_set_string(keyFile, group, "Exec", DesktopEntry::execLine(*arguments).toUtf8().constData());
+    g_key_file_set_boolean(keyFile, group, "X-GNOME-Autostart-enabled", TRUE);
+    g_key_file_remove_key(keyFile, group, "Hidden", nullptr);
+    return writeEntry(keyFile, target);
 }
 
 bool XdgLoginItems::disable(const QString& bundleIdentifier, const QString& target)
@@ -150,11 +95,11 @@ bool XdgLoginItems::disable(const QString& bundleIdentifier, const QString& targ
     // A system-wide entry of the same name would still start the program:
     // only a user entry with Hidden=true switches it off.
     if (const auto systemEntry = systemAutostartEntry(bundleIdentifier + u".desktop"_s)) {
-        const GKeyFilePtr keyFile = loadEntry(*systemEntry);
-        if (!keyFile)
+        const auto entry = loadEntry(*systemEntry);
+        if (!entry)
             return false;
-        g_key_file_set_boolean(keyFile.get(), group, "Hidden", TRUE);
-        return writeEntry(keyFile.get(), target);
+        g_key_file_set_boolean(entry->keyFile(), group, "Hidden", TRUE);
+        return writeEntry(entry->keyFile(), target);
     }
     // Removed without looking first: a look that fails must not pass for an entry that is not there.
     if (::unlink(QFile::encodeName(target).constData()) != 0 && errno != ENOENT) {

@@ -1,3 +1,7 @@
+#include "DesktopApplications.h"
+#include "DesktopEntry.h"
+#include "LinuxWorkspace.h"
+#include "ProcFs.h"
 #include "ServiceEnableHandler.h"
 #include "Testing.h"
 #include "XdgLoginItems.h"
@@ -48,15 +52,57 @@ private Q_SLOTS:
         TempHome::killAll(m_service);          // and those started detached
     }
 
+    // What an entry runs is what GIO itself starts for it, and what its login item starts, the program then
+    // by its path; the processes so started are the application's.
+    void commandAsGioStartsIt_data()
+    {
+        QTest::addColumn<QByteArray>("exec"); // as written in the entry, after the program
+        QTest::addColumn<QByteArray>("icon"); // no Icon key when null
+        QTest::newRow("codes for files") << "--background %U %f"_ba << QByteArray();
+        QTest::newRow("code inside a word") << "--url=%u -x"_ba << QByteArray();
+        QTest::newRow("icon") << "%i -x"_ba
+                              << "quorin"_ba;
+        QTest::newRow("icon file name") << "%i"_ba
+                                        << "quorin.svg"_ba;
+        QTest::newRow("icon path") << "%i"_ba
+                                   << "/usr/share/q.png"_ba;
+        QTest::newRow("no icon") << "%i -x"_ba << QByteArray();
+        QTest::newRow("name and entry file") << "%c %k"_ba << QByteArray();
+        QTest::newRow("codes inside quotes") << R"("--name=%c" '%k' "%i")"_ba
+                                             << "quorin"_ba;
+        QTest::newRow("percent signs") << R"(100%% "a %% b" 50%)"_ba << QByteArray();
+        QTest::newRow("deprecated and unknown codes") << "%d %D %n %N %v %m %z -x"_ba << QByteArray();
+        QTest::newRow("quoting and escapes") << R"("a \\"b\\" \\$c" 'd e' f\\ g h\si "")"_ba << QByteArray();
+    }
+    void commandAsGioStartsIt()
+    {
+        QFETCH(QByteArray, exec);
+        QFETCH(QByteArray, icon);
+        const QString id = u"a.Gio"_s, entry = m_home.applicationsDir() + u"/a.Gio.desktop"_s,
+                      item = m_home.autostartDir() + u"/a.Gio.desktop"_s;
+        QVERIFY(TempHome::writeFile(
+                    entry, "[Desktop Entry]\nType=Application\nName=Quorin Service\nExec=quorin-service "
+                               + exec + (icon.isNull() ? QByteArray() : "\nIcon=" + icon) + '\n')
+                && XdgLoginItems().setEnabled(id, true));
+        const auto read = DesktopEntry::read(entry);
+        QVERIFY(std::holds_alternative<DesktopEntry>(read));
+        const auto expected = std::get<DesktopEntry>(read).arguments();
+        QVERIFY(expected);
+        for (const QString& file : {entry, item}) {
+            const auto started = DesktopApplications::launchEntryFile(file);
+            QVERIFY(std::holds_alternative<qint64>(started));
+            const qint64 pid = std::get<qint64>(started);
+            QTRY_VERIFY(journal().contains(u"%1 %1"_s.arg(pid))); // in its main, in a session of its own
+            QStringList arguments = ProcFs().arguments(pid).value_or(QStringList());
+            QCOMPARE(arguments.mid(1), expected->mid(1));
+            QCOMPARE(arguments.value(0), file == entry ? expected->first() : m_service);
+            const auto running = LinuxWorkspace().runningApplications(id);
+            QVERIFY(std::ranges::find(running, pid, &RunningApplication::pid) != running.end());
+        }
+    }
+
     void loginItem()
     {
-        // GLib reads "/usr/bin/en"v as one word; a cut inside it would name another program.
-        QCOMPARE(XdgLoginItems::execWithProgram(u" \t\"/usr/bin/en\"v\t-x"_s, u"/usr/bin/env"_s),
-                 u"/usr/bin/env\t-x"_s);
-        QCOMPARE(XdgLoginItems::execWithProgram(u"'my svc' %U"_s, u"/opt/my svc"_s), u"\"/opt/my svc\" %U"_s);
-        QCOMPARE(XdgLoginItems::execWithProgram(u"svc -x"_s, u"/o/svc"_s), u"/o/svc -x"_s);
-        QCOMPARE(XdgLoginItems::execWithProgram(u"\"a\\\"b\" %U"_s, u"/o/1%a\"b$"_s),
-                 u"\"/o/1%%a\\\"b\\$\" %U"_s);
         XdgLoginItems items;
         QVERIFY(!items.setEnabled(u"../escape"_s, true));
         // A system-wide entry is hidden (unless unreadable), and shown again on enabling; without one, the
@@ -68,7 +114,7 @@ private Q_SLOTS:
                 && TempHome::readFile(m_autostart).contains(u"\nHidden=true\n"_s));
         QVERIFY(items.setEnabled(service, true));
         QCOMPARE(TempHome::readFile(m_autostart),
-                 u"[Desktop Entry]\nType=Application\nVersion=1.4\nName=%1\nExec=%2 --background %U\n"
+                 u"[Desktop Entry]\nType=Application\nVersion=1.4\nName=%1\nExec=%2 --background\n"
                  u"NoDisplay=true\nX-GNOME-Autostart-enabled=true\n"_s.arg(service, m_service));
         QVERIFY(QFile::remove(systemEntry) && items.setEnabled(service, false)
                 && !QFile::exists(m_autostart));
