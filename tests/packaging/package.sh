@@ -28,12 +28,11 @@ done
 if command -v desktop-file-validate >/dev/null; then
     desktop-file-validate "$source/packaging/com.zelna.Quorin.desktop"
 fi
-if command -v systemd-analyze >/dev/null; then # the units as installed, the program found where unpacked
-    dpkg-deb -x "$deb" "$work/unpacked" && mkdir "$work/units"
-    for unit in "$work"/unpacked/usr/lib/systemd/user/*; do
-        sed "s|^ExecStart=zelna-quorin|ExecStart=$work/unpacked/usr/bin/zelna-quorin|" "$unit" >"$work/units/${unit##*/}"
-    done
-    systemd-analyze verify --man=no "$work"/units/*
+if command -v systemd-analyze >/dev/null; then # the units name the program where it is installed: here, and in /usr
+    cmake --install "$build" --prefix "$work/local" >/dev/null
+    systemd-analyze verify --man=no "$work"/local/lib/systemd/user/*
+    dpkg-deb --fsys-tarfile "$deb" | tar -xO ./usr/lib/systemd/user/zelna-quorin-check.service \
+        | grep -x 'ExecStart=/usr/bin/zelna-quorin checkVersion' >/dev/null || { echo "FAIL: the packaged unit does not start /usr/bin/zelna-quorin"; exit 1; }
 fi
 if command -v appstreamcli >/dev/null; then
     appstreamcli validate --no-net "$build/packaging/com.zelna.Quorin.metainfo.xml" >/dev/null
