@@ -14,6 +14,7 @@ apt-get install -y -qq "$deb" >/dev/null
 missing=$(ldd /usr/bin/zelna-quorin /usr/lib/zelna-quorin/plugins/*.so /usr/lib/*/qt6/plugins/platforms/libqxcb.so | grep 'not found' || true)
 [ -z "$missing" ] || fail "libraries the package does not pull in: $missing"
 files=$(dpkg-query -L zelna-quorin)
+! command -v systemd-analyze >/dev/null || systemd-analyze verify --man=no /usr/lib/systemd/user/zelna-quorin-check.*
 apt-get install -y -qq xvfb xauth x11-utils imagemagick >/dev/null # this test's own tools, afterwards
 
 home=$(mktemp -d) && mkdir -m 700 "$home/runtime" && mkdir "$home/build" && cd "$home"
