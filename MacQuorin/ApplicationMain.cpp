@@ -21,7 +21,7 @@ Q_LOGGING_CATEGORY(lcLauncher, "zelna.launcher", QtWarningMsg)
 
 namespace {
 
-std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle, bool headless)
+std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle, bool headless, const QString& language)
 {
     SUUpdater::Host host;
     host.bundleVersion = bundle.objectForInfoDictionaryKey(u"CFBundleVersion"_s).toString();
@@ -40,7 +40,7 @@ std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle, bool headless
     if (headless)
         driver = std::make_unique<HeadlessUserDriver>();
     else
-        driver = std::make_unique<SUStandardUserDriver>(name.isEmpty() ? u"ZELNA Quorin"_s : name);
+        driver = std::make_unique<SUStandardUserDriver>(name.isEmpty() ? u"ZELNA Quorin"_s : name, language);
     auto updater = std::make_unique<SUUpdater>(std::move(host), std::move(driver));
     SUUpdater::setSharedUpdater(updater.get());
     return updater;
@@ -93,7 +93,9 @@ int ApplicationMain(int argc, char* argv[])
     if (role == InstanceChannel::Role::Listening)
         Platform::instanceChannel().listen(
             [&application](const QByteArray& token) { application.reopen(token); });
-    const std::unique_ptr<SUUpdater> updater = makeSharedUpdater(Bundle::main(), headless);
+    // The release notes in the language of the windows, where the feed has them.
+    const std::unique_ptr<SUUpdater> updater
+        = makeSharedUpdater(Bundle::main(), headless, translator ? translator->language() : u"en"_s);
     const auto delegate = std::make_shared<AppDelegate>();
     application.setDelegate(delegate.get());
     application.finishLaunching();

@@ -30,6 +30,27 @@ void readEnclosure(QXmlStreamReader& xml, ParsedItem& parsed)
     xml.skipCurrentElement();
 }
 
+QString language(const QXmlStreamReader& xml)
+{
+    return xml.attributes().value(u"http://www.w3.org/XML/1998/namespace"_s, u"lang"_s).toString().trimmed();
+}
+
+// The first without a language, else the first.
+template <typename T> std::optional<T> defaultOf(const QList<std::pair<QString, T>>& variants)
+{
+    for (const auto& [lang, value] : variants) {
+        if (lang.isEmpty())
+            return value;
+    }
+    return variants.isEmpty() ? std::nullopt : std::optional(variants.first().second);
+}
+
+// "de" of "de-DE" or "de_DE".
+QString primaryLanguage(const QString& tag)
+{
+    return tag.section(u'-', 0, 0).section(u'_', 0, 0).toLower();
+}
+
 ParsedItem readItem(QXmlStreamReader& xml)
 {
     ParsedItem parsed;
@@ -48,7 +69,9 @@ ParsedItem readItem(QXmlStreamReader& xml)
         else if (xml.namespaceUri().isEmpty() && name == u"title"_s)
             parsed.item.title = xml.readElementText().trimmed();
         else if (xml.namespaceUri().isEmpty() && name == u"description"_s)
-            parsed.item.itemDescription = xml.readElementText();
+            parsed.item.descriptions.append({language(xml), xml.readElementText()});
+        else if (sparkle && name == u"releaseNotesLink"_s)
+            parsed.item.releaseNotesLinks.append({language(xml), QUrl(xml.readElementText().trimmed())});
         else if (xml.namespaceUri().isEmpty() && name == u"link"_s)
             parsed.item.infoURL = QUrl(xml.readElementText().trimmed());
         else if (xml.namespaceUri().isEmpty() && name == u"enclosure"_s)
@@ -65,10 +88,34 @@ ParsedItem readItem(QXmlStreamReader& xml)
         parsed.item.os = parsed.elementOs;
     if (parsed.item.displayVersionString.isEmpty())
         parsed.item.displayVersionString = parsed.item.versionString;
+    parsed.item.itemDescription = defaultOf(parsed.item.descriptions).value_or(QString());
+    parsed.item.releaseNotesURL = defaultOf(parsed.item.releaseNotesLinks).value_or(QUrl());
     return parsed;
 }
 
 } // namespace
+
+SUAppcastItem SUAppcastItem::localized(const QString& language) const
+{
+    SUAppcastItem item = *this;
+    const auto matches = [&language](const QString& lang) {
+        return !lang.isEmpty() && primaryLanguage(lang) == primaryLanguage(language);
+    };
+    for (const auto& [lang, link] : releaseNotesLinks) {
+        if (matches(lang)) {
+            item.releaseNotesURL = link;
+            return item;
+        }
+    }
+    for (const auto& [lang, text] : descriptions) {
+        if (matches(lang)) {
+            item.itemDescription = text;
+            item.releaseNotesURL.clear();
+            return item;
+        }
+    }
+    return item;
+}
 
 std::optional<SUAppcast> SUAppcast::parse(const QByteArray& bytes, QString* error)
 {

@@ -15,5 +15,5 @@ public:
     virtual std::unique_ptr<SUFeedDownload> create() = 0;
 };
 
-#define SUFeedDownloadFactory_iid "com.zelna.Quorin.SUFeedDownloadFactory/1"
+#define SUFeedDownloadFactory_iid "com.zelna.Quorin.SUFeedDownloadFactory/2"
 Q_DECLARE_INTERFACE(SUFeedDownloadFactory, SUFeedDownloadFactory_iid)

@@ -32,13 +32,16 @@ void SUNetworkFeedDownload::start(const Request& request, Finished finished)
     QObject::connect(reply, &QNetworkReply::finished, reply, [reply, maxBytes, deadline, finished] {
         reply->deleteLater();
         if (reply->property("tooLarge").toBool())
-            finished({}, u"stopped: the feed is larger than "_s + QString::number(maxBytes) + u" bytes"_s);
+            finished({}, u"stopped: the download is larger than "_s + QString::number(maxBytes) + u" bytes"_s,
+                     {});
         else if (reply->property("overdue").toBool())
-            finished({}, u"stopped: the feed did not arrive within "_s + QString::number(deadline.count())
-                             + u" ms"_s);
+            finished({},
+                     u"stopped: the download did not arrive within "_s + QString::number(deadline.count())
+                         + u" ms"_s,
+                     {});
         else if (reply->error() != QNetworkReply::NoError)
-            finished({}, u"failed: "_s + reply->errorString());
+            finished({}, u"failed: "_s + reply->errorString(), {});
         else
-            finished(reply->readAll(), {});
+            finished(reply->readAll(), {}, reply->header(QNetworkRequest::ContentTypeHeader).toString());
     });
 }

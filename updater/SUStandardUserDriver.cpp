@@ -17,8 +17,9 @@ void SUStandardUserDriver::showUpdateFound(const SUAppcastItem& item, const QStr
           && SUStandardVersionComparator::compareVersions(item.versionString, m_alert->item().versionString)
                  < 0;
     if (!older) {
-        QPointer<SUUpdateAlert> previous = std::exchange(
-            m_alert, new SUUpdateAlert(m_applicationName, item, installedVersion, std::move(reply)));
+        QPointer<SUUpdateAlert> previous
+            = std::exchange(m_alert, new SUUpdateAlert(m_applicationName, item.localized(m_language),
+                                                       installedVersion, std::move(reply), m_fetch));
         if (previous) {
             m_alert->setGeometry(previous->geometry());
             m_alert->show();   // first: the last window closing would end the application

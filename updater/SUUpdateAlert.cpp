@@ -7,7 +7,10 @@
 #include <QDialogButtonBox>
 #include <QLabel>
 #include <QLoggingCategory>
+#include <QPointer>
 #include <QPushButton>
+#include <QRegularExpression>
+#include <QStringDecoder>
 #include <QTextBrowser>
 #include <QVBoxLayout>
 
@@ -20,8 +23,24 @@ QVariant SUReleaseNotesDocument::loadResource(int, const QUrl&)
     return {};
 }
 
+namespace {
+
+// Fetched notes as text: in the charset their reply names, else as the HTML says, else UTF-8.
+QString decoded(const QByteArray& bytes, const QString& type, bool plain)
+{
+    static const QRegularExpression charset(u";\\s*charset=\"?([^\";]+)"_s,
+                                            QRegularExpression::CaseInsensitiveOption);
+    QStringDecoder decoder(charset.match(type).captured(1).toLatin1().constData());
+    if (!decoder.isValid())
+        decoder = plain ? QStringDecoder(QStringDecoder::Utf8) : QStringDecoder::decoderForHtml(bytes);
+    return decoder.decode(bytes);
+}
+
+} // namespace
+
 SUUpdateAlert::SUUpdateAlert(const QString& applicationName, const SUAppcastItem& item,
-                             const QString& installedVersion, std::function<void(SUUserDriver::Choice)> reply)
+                             const QString& installedVersion, std::function<void(SUUserDriver::Choice)> reply,
+                             const SUUserDriver::ReleaseNotesFetch& fetch)
     : m_item(item)
     , m_reply(std::move(reply))
 {
@@ -44,7 +63,25 @@ SUUpdateAlert::SUUpdateAlert(const QString& applicationName, const SUAppcastItem
     notes->setDocument(new SUReleaseNotesDocument(notes));
     notes->setOpenLinks(false); // followed only as Download is: web pages, in the browser
     connect(notes, &QTextBrowser::anchorClicked, this, [](const QUrl& link) { openDownloadPage(link); });
-    notes->setHtml(item.itemDescription.left(maxNotesLength));
+    if (item.releaseNotesURL.isEmpty()) {
+        notes->setHtml(item.itemDescription.left(maxNotesLength));
+    } else if (!fetch) {
+        notes->setPlainText(tr("The release notes could not be loaded."));
+    } else {
+        notes->setPlainText(tr("Loading the release notes\u2026"));
+        fetch(item.releaseNotesURL, [notes = QPointer<QTextBrowser>(notes)](
+                                        const QByteArray& bytes, const QString& error, const QString& type) {
+            const bool plain = type.startsWith(u"text/plain"_s, Qt::CaseInsensitive);
+            if (!notes)
+                return; // the window was closed first
+            if (!error.isEmpty())
+                notes->setPlainText(tr("The release notes could not be loaded."));
+            else if (plain)
+                notes->setPlainText(decoded(bytes, type, plain).left(maxNotesLength));
+            else
+                notes->setHtml(decoded(bytes, type, plain).left(maxNotesLength));
+        });
+    }
     notes->setAccessibleName(tr("Release notes"));
     notes->setAccessibleDescription(tr("What changed in this version"));
     notesTitle->setBuddy(notes);

@@ -13,8 +13,10 @@
 class SUUpdateAlert : public QWidget {
     Q_OBJECT
 public:
+    // Linked release notes are fetched with fetch, and shown when they come.
     SUUpdateAlert(const QString& applicationName, const SUAppcastItem& item, const QString& installedVersion,
-                  std::function<void(SUUserDriver::Choice)> reply);
+                  std::function<void(SUUserDriver::Choice)> reply,
+                  const SUUserDriver::ReleaseNotesFetch& fetch = {});
 
     const SUAppcastItem& item() const { return m_item; }
 

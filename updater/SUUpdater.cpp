@@ -33,12 +33,17 @@ SUUpdater::SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver)
 {
     m_scheduler.setSingleShot(true);
     connect(&m_scheduler, &QTimer::timeout, this, &SUUpdater::startCheck);
+    // The driver lives no longer than this updater, and fetches only while showing what it found.
+    m_driver->setReleaseNotesFetch([this](const QUrl& link, SUFeedDownload::Finished done) {
+        fetchReleaseNotes(link, std::move(done));
+    });
     noteLaunch();
 }
 
 SUUpdater::~SUUpdater()
 {
     m_download.reset(); // its replies first, while everything they could reach is still here
+    m_notesDownload.reset();
     SUUpdater* self = this;
     g_shared.compare_exchange_strong(self, nullptr);
 }
@@ -166,23 +171,53 @@ void SUUpdater::startCheck()
     if (auto defaults = Platform::defaults().open(m_host.defaultsSuite))
         defaults->setValue(lastCheckTimeKey, QDateTime::currentDateTimeUtc());
 
-    if (!m_download) {
-        QString error;
-        auto* factory = PluginModule::instance<SUFeedDownloadFactory>(
-            m_host.moduleDirectory, SUFeedDownloadFactory::moduleName, &error);
-        if (!factory) {
-            finishCheck(url, {}, u"failed: "_s + error);
-            return;
-        }
-        m_download = factory->create();
+    QString error;
+    if (!m_download && !(m_download = makeDownload(error))) {
+        finishCheck(url, {}, u"failed: "_s + error);
+        return;
     }
     m_checking = true;
-    m_download->start({url, u"ZELNA Quorin/"_s + m_host.displayVersion, m_host.timeout, m_host.deadline,
-                       m_host.maxFeedBytes},
-                      [this, url](const QByteArray& bytes, const QString& failure) {
+    m_download->start(request(url),
+                      [this, url](const QByteArray& bytes, const QString& failure, const QString&) {
                           m_checking = false;
                           finishCheck(url, bytes, failure);
                       });
+}
+
+std::unique_ptr<SUFeedDownload> SUUpdater::makeDownload(QString& error) const
+{
+    auto* factory = PluginModule::instance<SUFeedDownloadFactory>(m_host.moduleDirectory,
+                                                                  SUFeedDownloadFactory::moduleName, &error);
+    return factory ? factory->create() : nullptr;
+}
+
+SUFeedDownload::Request SUUpdater::request(const QUrl& url) const
+{
+    return {url, u"ZELNA Quorin/"_s + m_host.displayVersion, m_host.timeout, m_host.deadline,
+            m_host.maxFeedBytes};
+}
+
+void SUUpdater::fetchReleaseNotes(const QUrl& link, SUFeedDownload::Finished done)
+{
+    // The one window shows one item's notes: a fetch for another ends the one before, unanswered.
+    m_notesDownload.reset();
+    const auto failed = [this, link, &done](const QString& error) {
+        log(u"release notes of "_s + link.toString() + u' ' + error);
+        done({}, error, {});
+    };
+    const QString scheme = link.scheme().toLower();
+    QString error;
+    if (!link.isValid() || (scheme != u"https"_s && scheme != u"http"_s))
+        return failed(u"failed: not an https or http URL"_s);
+    if (!(m_notesDownload = makeDownload(error)))
+        return failed(u"failed: "_s + error);
+    m_notesDownload->start(request(link),
+                           [this, link, done = std::move(done)](const QByteArray& bytes,
+                                                                const QString& failure, const QString& type) {
+                               if (!failure.isEmpty())
+                                   log(u"release notes of "_s + link.toString() + u' ' + failure);
+                               done(bytes, failure, type);
+                           });
 }
 
 void SUUpdater::finishCheck(const QUrl& url, const QByteArray& bytes, const QString& error)

@@ -66,6 +66,12 @@ Q_SIGNALS:
 
 private:
     void startCheck();
+    // The network module's download, or why there is none.
+    std::unique_ptr<SUFeedDownload> makeDownload(QString& error) const;
+    SUFeedDownload::Request request(const QUrl& url) const;
+    // Fetches release notes within the feed's limits; done is called on this thread, unless another fetch
+    // starts first.
+    void fetchReleaseNotes(const QUrl& link, SUFeedDownload::Finished done);
     void finishCheck(const QUrl& url, const QByteArray& bytes, const QString& error);
     void handleFeed(const QByteArray& bytes);
     void scheduleNextCheck();
@@ -78,6 +84,7 @@ private:
     Host m_host;
     std::unique_ptr<SUUserDriver> m_driver;
     std::unique_ptr<SUFeedDownload> m_download; // loaded at the first check
+    std::unique_ptr<SUFeedDownload> m_notesDownload;
     bool m_checking = false;
     WorkRunner m_runner; // brings calls from other threads to this one
     QTimer m_scheduler;

@@ -130,6 +130,14 @@
         <source>Open the download page in the web browser</source>
         <translation>Öffnet die Download-Seite im Webbrowser</translation>
     </message>
+    <message>
+        <source>The release notes could not be loaded.</source>
+        <translation>Die Versionshinweise konnten nicht geladen werden.</translation>
+    </message>
+    <message>
+        <source>Loading the release notes…</source>
+        <translation>Versionshinweise werden geladen …</translation>
+    </message>
 </context>
 <context>
     <name>ViewController</name>

@@ -130,6 +130,14 @@
         <source>Open the download page in the web browser</source>
         <translation>Ouvre la page de téléchargement dans le navigateur web</translation>
     </message>
+    <message>
+        <source>The release notes could not be loaded.</source>
+        <translation>Les notes de version n’ont pas pu être chargées.</translation>
+    </message>
+    <message>
+        <source>Loading the release notes…</source>
+        <translation>Chargement des notes de version…</translation>
+    </message>
 </context>
 <context>
     <name>ViewController</name>

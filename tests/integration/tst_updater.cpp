@@ -3,15 +3,19 @@
 #include "Platform.h"
 #include "RecordingLogSink.h"
 #include "SUAppcast.h"
+#include "SUStandardUserDriver.h"
 #include "SUStandardVersionComparator.h"
+#include "SUUpdateAlert.h"
 #include "SUUpdater.h"
 #include "SUUpdaterDelegate.h"
 #include "SUUserDriver.h"
 #include "Testing.h"
 
+#include <QApplication>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTextBrowser>
 #include <QTimer>
 
 static QByteArray feedWith(const QByteArray& version)
@@ -42,11 +46,13 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
     void updaterDidRelaunchApplication(SUUpdater*) override { m_calls << u"relaunched"_s; }
     void updaterDidAbortWithError(SUUpdater*, const QString& error) override { m_calls << error; }
 
-    auto make(std::chrono::milliseconds timeout = 5s, std::chrono::seconds interval = 24h)
+    auto make(std::chrono::milliseconds timeout = 5s, std::chrono::seconds interval = 24h,
+              std::unique_ptr<SUUserDriver> driver = {})
     {
         const SUUpdater::Host host{u"1.0"_s, u"1.0"_s,    u"zq.test"_s, interval,
                                    timeout,  4 * timeout, 1 << 20,      QStringLiteral(ZQ_MODULE_DIR)};
-        auto updater = std::make_unique<SUUpdater>(host, std::make_unique<SkippingUser>(&m_calls));
+        auto updater = std::make_unique<SUUpdater>(host, driver ? std::move(driver)
+                                                                : std::make_unique<SkippingUser>(&m_calls));
         updater->setDelegate(this);
         return updater;
     }
@@ -64,7 +70,8 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
     }
 
 private Q_SLOTS:
-    // The server trickles a feed at "/trickle", a byte every 50 ms, and answers nothing to other paths.
+    // The server trickles a feed at "/trickle", a byte every 50 ms, answers with release notes or that there
+    // are none at "/notes…", and answers nothing to other paths.
     void initTestCase()
     {
         m_home.applyToProcess();
@@ -72,7 +79,17 @@ private Q_SLOTS:
         connect(&m_server, &QTcpServer::newConnection, this, [this] {
             QTcpSocket* socket = m_server.nextPendingConnection();
             connect(socket, &QTcpSocket::readyRead, socket, [socket] {
-                if (socket->readAll().split(' ').value(1) != "/trickle")
+                static const QHash<QByteArray, QByteArray> notes{
+                    {"/notes.html", "Content-Type: text/html\r\n\r\n<p>Fixed <b>everything</b>.</p>"},
+                    {"/notes-de.txt",
+                     "Content-Type: text/plain; charset=iso-8859-1\r\n\r\n<b>Alles</b> gel\xf6st."}};
+                const QByteArray path = socket->readAll().split(' ').value(1);
+                if (path.startsWith("/notes")) {
+                    socket->write(notes.contains(path) ? QByteArray("HTTP/1.1 200 OK\r\n" + notes[path])
+                                                       : "HTTP/1.1 404 None\r\n\r\n");
+                    socket->disconnectFromHost();
+                }
+                if (path != "/trickle")
                     return;
                 socket->write("HTTP/1.1 200 OK\r\n\r\n<rss>");
                 auto* timer = new QTimer(socket);
@@ -169,6 +186,51 @@ private Q_SLOTS:
         QCOMPARE(read, rows);
     }
 
+    // Linked notes are fetched when the window opens, in the language of the windows where the item has them;
+    // plain text is shown as text; a link that fails says so in the notes area.
+    void releaseNotesInTheWindow_data()
+    {
+        QTest::addColumn<QByteArray>("elements"); // the item's notes
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QString>("shown");
+        const QByteArray link
+            = "<s:releaseNotesLink>http://127.0.0.1:" + QByteArray::number(m_server.serverPort()),
+            german = "<description>Default</description><description xml:lang=\"de\">Deutsch</description>";
+        const QString failed = u"The release notes could not be loaded."_s;
+        QTest::newRow("a link only") << link + "/notes.html</s:releaseNotesLink>" << u"en"_s
+                                     << u"Fixed everything."_s;
+        QTest::newRow("a German link for a German user")
+            << link + "/notes.html</s:releaseNotesLink>"
+                   + QByteArray(link).replace(">", " xml:lang=\"de-DE\">")
+                   + "/notes-de.txt</s:releaseNotesLink>"
+            << u"de_DE"_s << u"<b>Alles</b> gel\u00f6st."_s;
+        QTest::newRow("a German description for a French user") << german << u"fr"_s << u"Default"_s;
+        QTest::newRow("a German description for a German user") << german << u"de"_s << u"Deutsch"_s;
+        QTest::newRow("a link that fails") << link + "/notes-gone</s:releaseNotesLink>" << u"en"_s << failed;
+        QTest::newRow("a link to a file")
+            << "<s:releaseNotesLink>file:///etc/passwd</s:releaseNotesLink>"_ba << u"en"_s << failed;
+    }
+    void releaseNotesInTheWindow()
+    {
+        QFETCH(QByteArray, elements);
+        QFETCH(QString, language);
+        QFETCH(QString, shown);
+#if defined(__SANITIZE_THREAD__)
+        QSKIP("Qt's HTTP thread is not built with ThreadSanitizer and reports its own hand-overs");
+#endif
+        auto updater = make(5s, 24h, std::make_unique<SUStandardUserDriver>(u"ZELNA Quorin"_s, language));
+        const QByteArray feed = feedWith("2.0").replace("</item>", QByteArray(elements + "</item>"));
+        QVERIFY(check(*updater, writeFeed(feed)));
+        SUUpdateAlert* alert = nullptr; // not those of the rows before, closed and soon gone
+        for (QWidget* window : QApplication::topLevelWidgets())
+            alert = window->isVisible() ? qobject_cast<SUUpdateAlert*>(window) : alert;
+        QVERIFY(alert);
+        QTRY_COMPARE(alert->findChild<QTextBrowser*>()->toPlainText(), shown);
+        QCOMPARE(m_sink->lines().filter(u"Updater: release notes of "_s).size(),
+                 int(shown.contains(u"not be"_s)));
+        alert->close();
+    }
+
     // Elements win over the enclosure's attributes; the newest item is of no named channel, for this system.
     void readsItemsAndPicksTheNewestForThisSystem()
     {
@@ -196,5 +258,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestUpdater)
+QTEST_MAIN(TestUpdater)
 #include "tst_updater.moc"
