@@ -40,12 +40,11 @@ const Target targets[] = {
          QString error;
          const auto appcast = SUAppcast::parse(input, &error);
          FUZZ_CHECK(appcast || !error.isEmpty());
-         for (const QString& os : {u"linux"_s, u"macos"_s}) {
+         for (const QString& os : {u"linux"_s, u"macos"_s})
              if (const auto best = appcast ? appcast->bestItem(os) : std::nullopt) {
                  FUZZ_CHECK(!best->versionString.isEmpty() && (best->os.isEmpty() || best->os == os));
                  (void)best->downloadPage().scheme();
              }
-         }
      }},
     // Any program of the user can write the defaults file. What was read must stay readable once a key is
     // stored, or the next start moves it aside.
@@ -71,9 +70,8 @@ const Target targets[] = {
      },
      [](const QByteArray& input) {
          QFile file(g_file);
-         FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate)
-                    && file.write(input) == input.size());
-         file.close();
+         FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(input) == input.size()
+                    && file.flush());
          const auto arguments = [](const QString& path) {
              const auto entry = DesktopEntry::read(path);
              const auto* read = std::get_if<DesktopEntry>(&entry);
@@ -103,17 +101,15 @@ const Target targets[] = {
 
 const Target* g_target = nullptr;
 
-class DiscardingLogSink final : public LogSink {
-public:
+struct DiscardingLogSink final : LogSink {
     void write(const QByteArray&) override { }
 };
 
 bool select(const char* name)
 {
-    for (const Target& target : targets) {
+    for (const Target& target : targets)
         if (qstrcmp(target.name, name) == 0)
             g_target = &target;
-    }
     if (!g_target)
         return false;
     // Quiet: a run is not to be slowed down by its own error reports.
@@ -151,9 +147,7 @@ int main(int argc, char* argv[])
     for (int i = 2; i < argc; ++i) {
         QFile file(QFile::decodeName(argv[i]));
         FUZZ_CHECK(file.open(QIODevice::ReadOnly));
-        const QByteArray bytes = file.readAll();
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.constData()),
-                               size_t(bytes.size()));
+        g_target->run(file.readAll());
     }
     std::printf("replayed %d inputs\n", argc - 2);
     return 0;

@@ -9,6 +9,7 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 const QString networkModule = u"lib/zelna-quorin/plugins/libzq-feed-download.so"_s;
+const QString uiReader = u"lib/zelna-quorin/plugins/libzq-ui-reader.so"_s;
 const char* const feedXml = "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\">"
                             "<channel><item><sparkle:version>%1</sparkle:version></item></channel></rss>";
 const char* const infoXml = "<plist><dict>%1<key>CFBundleIdentifier</key><string>com.zelna.Quorin</string>"
@@ -20,24 +21,19 @@ const char* const infoXml = "<plist><dict>%1<key>CFBundleIdentifier</key><string
 std::unique_ptr<LauncherBundle> LauncherBundle::make()
 {
     std::unique_ptr<LauncherBundle> bundle(new LauncherBundle);
-    const QString built = QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath() + u"/../"_s;
     // The service a copy of its own, so that only this bundle's is ever ended.
-    const QList<std::pair<QString, QString>> parts{
-        {QStringLiteral(ZQ_LAUNCHER), u"bin/zelna-quorin"_s},
-        {built + u"share/zelna-quorin/Main.ui"_s, u"share/zelna-quorin/Main.ui"_s},
-        {built + networkModule, networkModule},
-        {built + u"lib/zelna-quorin/plugins/libzq-ui-reader.so"_s,
-         u"lib/zelna-quorin/plugins/libzq-ui-reader.so"_s},
-        {QStringLiteral(ZQ_FAKE_PLUGINKIT), u"bin/pluginkit"_s},
-        {QStringLiteral(ZQ_TEST_SERVICE), u"bin/zq-test-service"_s}};
-    for (const auto& [from, to] : parts) {
+    QList<std::pair<QString, QString>> parts{{QStringLiteral(ZQ_LAUNCHER), u"bin/zelna-quorin"_s},
+                                             {QStringLiteral(ZQ_FAKE_PLUGINKIT), u"bin/pluginkit"_s},
+                                             {QStringLiteral(ZQ_TEST_SERVICE), u"bin/zq-test-service"_s}};
+    const QString built = QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath() + u"/../"_s;
+    for (const QString& part : {u"share/zelna-quorin/Main.ui"_s, networkModule, uiReader})
+        parts.append({built + part, part});
+    for (const auto& [from, to] : parts)
         if (!QDir().mkpath(QFileInfo(bundle->path(u"bundle/"_s + to)).absolutePath())
             || !QFile::copy(from, bundle->path(u"bundle/"_s + to)))
             return nullptr;
-    }
     bundle->m_home.applyToProcess();
-    QProcessEnvironment& env = bundle->env;
-    env = QProcessEnvironment::systemEnvironment();
+    QProcessEnvironment& env = bundle->env = QProcessEnvironment::systemEnvironment();
     env.insert(u"PATH"_s, bundle->path(u"bundle/bin:"_s) + env.value(u"PATH"_s));
     env.insert(u"TMPDIR"_s, bundle->path(u"tmp"_s));
     env.insert(u"ZQ_PLUGINKIT_LOG"_s, bundle->path(u"pluginkit.log"_s));
@@ -68,8 +64,7 @@ bool LauncherBundle::writeInfo(QByteArray feed) const
     if (feed.endsWith(" module")) {
         const QString module = path(u"bundle/"_s + networkModule);
         if (!QFile::remove(module)
-            || (feed != "no module"
-                && !QFile::copy(path(u"bundle/lib/zelna-quorin/plugins/libzq-ui-reader.so"_s), module)))
+            || (feed != "no module" && !QFile::copy(path(u"bundle/"_s + uiReader), module)))
             return false;
         feed = "1.0";
     }
@@ -81,11 +76,6 @@ bool LauncherBundle::writeInfo(QByteArray feed) const
         feed = "<key>SUFeedURL</key><string>" + QUrl::fromLocalFile(appcast).toEncoded() + "</string>";
     return TempHome::writeFile(path(u"bundle/share/zelna-quorin/Info.plist"_s),
                                QByteArray(infoXml).replace("%1", feed));
-}
-
-void LauncherBundle::installService() const
-{
-    m_home.installApplication(u"com.zelna.Quorin.Service"_s, service());
 }
 
 bool LauncherBundle::startDisplay()

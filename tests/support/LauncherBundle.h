@@ -44,7 +44,10 @@ public:
     // network module / another plug-in in its place.
     bool writeInfo(QByteArray feed) const;
     // Makes the stand-in service an installed application.
-    void installService() const;
+    void installService() const
+    {
+        m_home.installApplication(QStringLiteral("com.zelna.Quorin.Service"), service());
+    }
 
     // Starts the launchers that follow on a virtual X server of their own.
     bool startDisplay();

@@ -12,9 +12,8 @@ using namespace Qt::Literals::StringLiterals;
 
 TempHome::TempHome() : m_dir(QDir::tempPath() + u"/zq-test-XXXXXX"_s)
 {
-    const QStringList dirs{configHome(),      dataHome(),        systemDataDir(),
-                           systemConfigDir(), applicationsDir(), path() + u"/runtime"_s};
-    for (const QString& dir : dirs)
+    for (const QString& dir : QStringList{configHome(), dataHome(), systemDataDir(), systemConfigDir(),
+                                          applicationsDir(), path() + u"/runtime"_s})
         QDir().mkpath(dir);
     QFile::setPermissions(path() + u"/runtime"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
@@ -54,10 +53,9 @@ bool TempHome::writeFile(const QString& path, const QByteArray& bytes)
 void TempHome::killAll(const QString& program)
 {
     const ProcFs procFs;
-    for (const ProcFs::Process& process : procFs.processes()) {
+    for (const ProcFs::Process& process : procFs.processes())
         if (process.uid == ::geteuid() && process.executable == program)
             procFs.kill(process.pid, program, process.uid);
-    }
 }
 
 void TempHome::runAsNobody(QProcess& process)
@@ -72,6 +70,7 @@ void TempHome::runAsNobody(QProcess& process)
     env.insert(u"TSAN_OPTIONS"_s, options.join(u' '));
     process.setProcessEnvironment(env);
     process.setChildProcessModifier([] {
+        constexpr uid_t nobody = 65534;
         if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0)
             ::_exit(126);
     });

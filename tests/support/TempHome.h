@@ -5,8 +5,6 @@
 #include <QString>
 #include <QTemporaryDir>
 
-#include <sys/types.h>
-
 // A throw-away home with its own XDG directories, so tests touch nothing of the user's.
 class TempHome {
 public:
@@ -33,9 +31,7 @@ public:
     // and its pid gone to another.
     static void killAll(const QString& program);
 
-    // For tests that act as a second user (they need root).
-    static constexpr uid_t nobody = 65534;
-    // Call after setting the process's environment.
+    // For tests that act as a second user (they need root). Call after setting the process's environment.
     static void runAsNobody(QProcess& process);
     // Lets other users pass through the folder.
     static bool letOthersThrough(const QString& folder);

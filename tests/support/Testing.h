@@ -8,7 +8,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QSet>
 #include <QTest>
 #include <QThread>
 

@@ -15,7 +15,7 @@
 #include "ZLButton.h"
 
 #include <QDesktopServices>
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QLoggingCategory>
 #include <QPushButton>
 #include <QTextBrowser>
@@ -29,12 +29,6 @@ const QString previewPath = u"/com.zelna.Quorin.shared/Communication/commnuicati
 const QString service = QStringLiteral(ZQ_TEST_SERVICE);
 std::atomic<int> g_activations; // the launcher's "application activated" debug lines
 bool g_finished = false;        // an exit before the end (a checker ending) fails the run
-
-// A click on the box itself, where a user clicks (a wide checkbox's middle may lie past its text).
-void clickBox(QAbstractButton* box)
-{
-    QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
-}
 
 // The desktop as it is, but for what it cannot show here: a Dock to bring forward, and a system older than
 // the current wording.
@@ -76,6 +70,8 @@ class TestGui : public QObject {
         std::ignore = QTest::qWaitForWindowExposed(m_window->window()); // for the clicks; failing, they fail
         return *m_window->contentViewController();
     }
+    // A click on the box itself, where a user clicks (a wide checkbox's middle may lie past its text).
+    static void clickBox(QWidget* box) { QTest::mouseClick(box, Qt::LeftButton, {}, {8, box->height() / 2}); }
     QString previewFile() const { return m_home.dataHome() + previewPath; }
     QString loginItem() const { return m_home.autostartDir() + u"/com.zelna.Quorin.Service.desktop"_s; }
 
@@ -96,16 +92,13 @@ private Q_SLOTS:
         for (const QString& scheme : {u"http"_s, u"https"_s, u"file"_s, u"javascript"_s})
             QDesktopServices::setUrlHandler(scheme, this, "opened");
     }
-    void init()
-    {
-        QFile::remove(previewFile());
-        m_opened.clear();
-    }
     void cleanup()
     {
         m_window.reset();
         QThreadPool::globalInstance()->waitForDone(); // a start the window asked for
         TempHome::killAll(service);
+        QFile::remove(previewFile());
+        m_opened.clear();
     }
     void cleanupTestCase() { g_finished = true; }
 
@@ -115,8 +108,7 @@ private Q_SLOTS:
         Application application({u"zelna-quorin"_s}, Application::Accessory);
         const auto delegate = std::make_shared<AppDelegate>();
         QVERIFY(delegate->applicationShouldHandleReopen(false));
-        QWidget* window = delegate->controller().window(); // made once: the one shown
-        QVERIFY(window->isVisible());
+        QVERIFY(delegate->controller().window()->isVisible()); // made once: the one shown
         QCOMPARE(m_desktop->activated, QStringList{u"3"_s});
         QCOMPARE(g_activations.load(), 0);
         QTRY_COMPARE_WITH_TIMEOUT(g_activations.load(), 1, 10000);
@@ -125,17 +117,15 @@ private Q_SLOTS:
         AppDelegate::isChecker = true;
         updates.updaterDidNotFindUpdate(nullptr);
         updates.updaterDidAbortWithError(nullptr, {});
-        // After an update the login item goes off, then on again 300 ms later, even when the
-        // process ends in between.
+        // After an update the login item goes off, then on 300 ms later, even if the process ends in between.
         QVERIFY(TempHome::writeFile(loginItem(), "[Desktop Entry]\n"));
-        QElapsedTimer clock;
-        clock.start();
+        const QDeadlineTimer off(300ms, Qt::PreciseTimer);
         updates.updaterDidRelaunchApplication(nullptr);
         QTest::qWait(100);
         QVERIFY(!QFile::exists(loginItem()));
         UpdateDelegate::finishPendingWork();
         QVERIFY(TempHome::readFile(loginItem()).contains(u"Exec="_s + service));
-        QVERIFY2(clock.elapsed() >= 300, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(off.hasExpired(), qPrintable(u"back on %1 ms early"_s.arg(off.remainingTime())));
     }
     void settingsWindow_data()
     {
@@ -144,16 +134,14 @@ private Q_SLOTS:
         QTest::addColumn<bool>("running");
         QTest::addColumn<QString>("language");
         QTest::addColumn<QString>("texts"); // Enable's, then the instructions
-        const QString modern
-            = u"Make sure ZELNA Quorin is allowed under: System Settings > Privacy & Security > "
-              u"Extensions > Added extensions > ZELNA Quorin Service."_s;
         QTest::newRow("not running, no preview file, current system")
-            << false << u"C"_s << u"&Enable ZELNA Quorin|"_s + modern;
+            << false << u"C"_s
+            << u"&Enable ZELNA Quorin|Make sure ZELNA Quorin is allowed under: System Settings > Privacy & "
+               u"Security > Extensions > Added extensions > ZELNA Quorin Service."_s;
         QTest::newRow("running, previews disabled, earlier system, English")
             << true << u"en_GB"_s
             << u"&Enable ZELNA Quorin|Make sure ZELNA Quorin is allowed under: System Preferences > "
-               u"Extensions >"
-               u"\u00A0 Finder Extensions > MacQuorinFinder."_s;
+               u"Extensions >\u00A0 Finder Extensions > MacQuorinFinder."_s;
         QTest::newRow("German")
             << false << u"de_DE"_s
             << u"ZELNA Quorin &aktivieren|Stellen Sie sicher, dass ZELNA Quorin erlaubt ist "
@@ -165,10 +153,7 @@ private Q_SLOTS:
         QFETCH(bool, running);
         QFETCH(QString, language);
         QFETCH(QString, texts);
-        QProcess instance;
-        if (running)
-            instance.start(service);
-        QVERIFY(!running || instance.waitForStarted());
+        QVERIFY(!running || QProcess::startDetached(service)); // ended by cleanup()
         m_desktop->system = running ? QVersionNumber(12, 7, 6) : QVersionNumber(13, 0, 0);
         QVERIFY(!running || TempHome::writeFile(previewFile(), disabledFile.toUtf8()));
         const auto translator = Translations::load(QLocale(language), Bundle::main());
@@ -179,12 +164,11 @@ private Q_SLOTS:
             (QList<bool>{ui.enableCheckBox->isChecked(), ui.autoStartCheckBox->isChecked(),
                          ui.disablePreviewCheckbox->isChecked(), ui.disablePreviewCheckbox->isEnabled()}),
             QList<bool>(4, running));
-        QCOMPARE(ui.versionTxt->text(),
-                 u"Version: "_s
-                     + Bundle::main().objectForInfoDictionaryKey(u"CFBundleShortVersionString"_s).toString());
+        const auto info
+            = [](const QString& key) { return Bundle::main().objectForInfoDictionaryKey(key).toString(); };
+        QCOMPARE(ui.versionTxt->text(), u"Version: "_s + info(u"CFBundleShortVersionString"_s));
         QCOMPARE(ui.enableCheckBox->text() + u'|' + ui.makeSureTextFieldCell->text(), texts);
-        QCOMPARE(ui.makeSureTextFieldCell->font().pointSizeF() == 12.0,
-                 !running); // the current system's size
+        QCOMPARE(ui.makeSureTextFieldCell->font().pointSizeF() == 12.0, !running); // current system's size
         // The file says the inverse of the box, which changes only while the service runs.
         for (const QString& after : {enabledFile, disabledFile}) {
             clickBox(ui.disablePreviewCheckbox);
@@ -192,8 +176,6 @@ private Q_SLOTS:
         }
         // Help opens the bundle's help page at its fragment.
         QTest::mouseClick(m_window->window()->findChild<QPushButton*>(u"helpButton"_s), Qt::LeftButton);
-        const auto info
-            = [](const QString& key) { return Bundle::main().objectForInfoDictionaryKey(key).toString(); };
         QCOMPARE(m_opened, QStringList(info(u"ZLHelpBaseURL"_s) + u'#' + info(u"ZLHelpPageFragment"_s)));
         QStringList order; // each control in tab order, named for assistive technology
         for (QWidget* w = m_window->window()->nextInFocusChain(); w != m_window->window();
@@ -223,11 +205,10 @@ private Q_SLOTS:
         QVERIFY(alert && alert->isVisible() && alert->item().versionString == u"3.0"_s);
         // Release notes load nothing, and their links go where Download's may: web pages only.
         auto* notes = alert->findChild<QTextBrowser*>();
-        QVERIFY(notes->document()
-                    ->resource(QTextDocument::ImageResource,
-                               QUrl::fromLocalFile(QCoreApplication::applicationFilePath()))
-                    .isNull());
-        QVERIFY(notes->document()->resource(QTextDocument::ImageResource, QUrl(u"data:,x"_s)).isNull());
+        for (const QUrl& image :
+             {QUrl::fromLocalFile(QCoreApplication::applicationFilePath()), QUrl(u"data:,x"_s)})
+            QVERIFY2(notes->document()->resource(QTextDocument::ImageResource, image).isNull(),
+                     qPrintable(image.toString()));
         for (const QString& address : {u"file:///etc/passwd"_s, u"javascript:alert(1)"_s, u"/opt/q.deb"_s,
                                        u""_s, u"http://example.com/q"_s, u"HTTPS://example.com/q"_s})
             Q_EMIT notes->anchorClicked(QUrl(address));
