@@ -10,6 +10,7 @@
 
 #include <QAbstractButton>
 #include <QFontDatabase>
+#include <QSignalBlocker>
 #include <QTimer>
 
 using namespace Qt::Literals::StringLiterals;
@@ -65,9 +66,15 @@ void ViewController::connectOutletsAndActions()
         const QByteArray method = action.chopped(action.endsWith(u':') ? 1 : 0).toLatin1();
         if (metaObject()->indexOfMethod(QByteArray(method + "(QObject*)").constData()) < 0)
             qFatal("The settings window's controller has no action \"%s\"", qPrintable(action));
-        connect(button, &QAbstractButton::clicked, this, [this, button, method] {
+        // A box's action follows its state however it changes: a click, a key, or an assistive tool's
+        // Toggle, which changes the state without a click. This controller's own updates are silent.
+        const auto send = [this, button, method] {
             QMetaObject::invokeMethod(this, method.constData(), Q_ARG(QObject*, button));
-        });
+        };
+        if (button->isCheckable())
+            connect(button, &QAbstractButton::toggled, this, send);
+        else
+            connect(button, &QAbstractButton::clicked, this, send);
     }
 }
 
@@ -96,9 +103,11 @@ void ViewController::viewDidLoad()
     const bool running
         = std::any_of(applications.cbegin(), applications.cend(), &ServiceEnableHandler::isService);
     required(autoStartCheckBox, "autoStartCheckBox").setCheckState(stateFor(running));
-    required(enableCheckBox, "enableCheckBox").setCheckState(stateFor(running));
+    const QSignalBlocker enableSilent(required(enableCheckBox, "enableCheckBox"));
+    enableCheckBox->setCheckState(stateFor(running));
 
     QCheckBox& preview = required(disablePreviewCheckbox, "disablePreviewCheckbox");
+    const QSignalBlocker previewSilent(preview);
     const std::optional<bool> previewEnabled = zlFileManager->previewStateEnabled();
     if (!previewEnabled) {
         preview.setCheckState(Qt::Unchecked);

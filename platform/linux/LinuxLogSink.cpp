@@ -5,18 +5,35 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+
+#include <sys/stat.h>
 
 #include <syslog.h>
 #include <unistd.h>
 
+namespace {
+
+// Whether standard error is the journal: $JOURNAL_STREAM names its device and inode.
+bool standardErrorIsJournal()
+{
+    struct stat error { };
+    unsigned long long device = 0, inode = 0;
+    const char* stream = std::getenv("JOURNAL_STREAM");
+    return stream && std::sscanf(stream, "%llu:%llu", &device, &inode) == 2
+           && ::fstat(STDERR_FILENO, &error) == 0 && error.st_dev == device && error.st_ino == inode;
+}
+
+} // namespace
+
 LinuxLogSink::LinuxLogSink()
 {
-    static const bool opened = [] {
-        openlog(nullptr, LOG_PID, LOG_USER); // ident defaults to the program name
-        return true;
+    static const bool journal = [] {
+        openlog("zelna-quorin", LOG_PID, LOG_USER); // the journal's SYSLOG_IDENTIFIER, however it was started
+        return standardErrorIsJournal();
     }();
-    (void)opened;
+    m_journalOnly = journal;
 }
 
 QByteArray LinuxLogSink::prefix()
@@ -39,8 +56,10 @@ void LinuxLogSink::write(const QByteArray& line)
     const int saved = errno; // a log line between a failed call and the report of its reason changes nothing
     QByteArray whole = prefix();
     whole.append(line).append('\n');
-    // One write call per line keeps lines of concurrent threads apart.
-    StandardStreams::writeError(whole);
+    // One write call per line keeps lines of concurrent threads apart. Where standard error is the journal,
+    // the line goes there once, through syslog, with this program's identifier.
+    if (!m_journalOnly)
+        StandardStreams::writeError(whole);
     syslog(LOG_NOTICE, "%s", line.constData());
     errno = saved;
 }

@@ -2,7 +2,8 @@
 
 #include "LogSink.h"
 
-// Standard error with the platform log prefix, and the same line to syslog(3).
+// Standard error with the platform log prefix, and the same line to syslog(3); only syslog when standard
+// error is the journal already.
 class LinuxLogSink : public LogSink {
 public:
     LinuxLogSink();
@@ -10,4 +11,7 @@ public:
 
     // "2026-11-21 14:03:07.123 zelna-quorin[pid:tid] "
     static QByteArray prefix();
+
+private:
+    bool m_journalOnly = false;
 };

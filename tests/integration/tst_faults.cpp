@@ -368,6 +368,9 @@ private Q_SLOTS:
         // The pipe cannot be opened anew through /proc: lines go out only when there is room.
         QTest::newRow("log reader not reading, no /proc") << fullPipe << u"/proc"_s;
         QTest::newRow("standard error on a full device") << u"exec 2>/dev/full"_s << QString();
+        // As a session or a unit starts it: its lines reach the journal once, through syslog.
+        QTest::newRow("standard error is the journal")
+            << u"export JOURNAL_STREAM=$(stat -Lc %d:%i /proc/$$/fd/2)"_s << QString();
         QTest::newRow("configuration folder full") << u"cat /dev/zero >config/fill 2>&-"_s << u"config"_s;
     }
     void surroundings()
@@ -402,6 +405,7 @@ private Q_SLOTS:
             expected.removeIf([](auto file) { return file.key().startsWith(u"~/config/"_s); });
         }
         QCOMPARE(left, expected);
+        QVERIFY2(!prepare.contains(u"JOURNAL"_s) || !output.contains(u"zelna-quorin["_s), qPrintable(output));
     }
 };
 

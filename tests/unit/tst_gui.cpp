@@ -11,6 +11,7 @@
 #include "WindowController.h"
 #include "ZLButton.h"
 
+#include <QAccessible>
 #include <QDesktopServices>
 #include <QDeadlineTimer>
 #include <QLoggingCategory>
@@ -134,6 +135,9 @@ private Q_SLOTS:
             = [](const QString& key) { return Bundle::main().objectForInfoDictionaryKey(key).toString(); };
         QCOMPARE(ui.versionTxt->text(), u"Version: "_s + info(u"CFBundleShortVersionString"_s));
         QCOMPARE(ui.enableCheckBox->text() + u'|' + ui.makeSureTextFieldCell->text(), texts);
+        for (QLabel* label :
+             {ui.makeSureTextFieldCell.data(), ui.versionTxt.data()}) // as a screen reader reads it
+            QCOMPARE(QAccessible::queryAccessibleInterface(label)->text(QAccessible::Name), label->text());
         QCOMPARE(ui.makeSureTextFieldCell->font().pointSizeF(), 12.0); // the current system's size
         // The file says the inverse of the box, which changes only while the service runs.
         for (const QString& after : {enabledFile, disabledFile}) {
@@ -205,6 +209,12 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(!enable.disableMouseDown, 10000); // a press after the second goes through
         clickBox(&enable);
         QVERIFY(!enable.isChecked());
+        // An assistive tool's Toggle changes the state without a click, and is stored as a click is.
+        QAccessible::queryAccessibleInterface(&enable)->actionInterface()->doAction(
+            QAccessibleActionInterface::toggleAction());
+        QVERIFY(enable.isChecked() && ui.autoStartCheckBox->isChecked()
+                && TempHome::readFile(m_home.configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s)
+                       .contains(u"<string>1</string>"_s));
     }
 };
 
