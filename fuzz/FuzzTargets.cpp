@@ -80,8 +80,9 @@ const Target targets[] = {
          QFile::remove(g_other);
          if (XdgLoginItems().setEnabled(u"com.example.Fuzz"_s, true)) {
              auto expected = arguments(g_file);
-             FUZZ_CHECK(expected && !expected->isEmpty() && DesktopEntry::findProgram(expected->first()));
-             (*expected)[0] = *DesktopEntry::findProgram(expected->first());
+             const auto program = expected ? DesktopEntry::findProgram(expected->value(0)) : std::nullopt;
+             FUZZ_CHECK(program);
+             (*expected)[0] = *program;
              FUZZ_CHECK(arguments(g_other) == expected);
          }
      }},

@@ -65,12 +65,10 @@ SUUpdateAlert::SUUpdateAlert(const QString& applicationName, const SUAppcastItem
     connect(notes, &QTextBrowser::anchorClicked, this, [](const QUrl& link) { openDownloadPage(link); });
     if (item.releaseNotesURL.isEmpty()) {
         notes->setHtml(item.itemDescription.left(maxNotesLength));
-    } else if (!fetch) {
-        notes->setPlainText(tr("The release notes could not be loaded."));
     } else {
         notes->setPlainText(tr("Loading the release notes\u2026"));
-        fetch(item.releaseNotesURL, [notes = QPointer<QTextBrowser>(notes)](
-                                        const QByteArray& bytes, const QString& error, const QString& type) {
+        auto show = [notes = QPointer<QTextBrowser>(notes)](const QByteArray& bytes, const QString& error,
+                                                            const QString& type) {
             const bool plain = type.startsWith(u"text/plain"_s, Qt::CaseInsensitive);
             if (!notes)
                 return; // the window was closed first
@@ -80,7 +78,11 @@ SUUpdateAlert::SUUpdateAlert(const QString& applicationName, const SUAppcastItem
                 notes->setPlainText(decoded(bytes, type, plain).left(maxNotesLength));
             else
                 notes->setHtml(decoded(bytes, type, plain).left(maxNotesLength));
-        });
+        };
+        if (fetch)
+            fetch(item.releaseNotesURL, std::move(show));
+        else
+            show({}, u"nothing fetches them"_s, {});
     }
     notes->setAccessibleName(tr("Release notes"));
     notes->setAccessibleDescription(tr("What changed in this version"));

@@ -201,23 +201,20 @@ void SUUpdater::fetchReleaseNotes(const QUrl& link, SUFeedDownload::Finished don
 {
     // The one window shows one item's notes: a fetch for another ends the one before, unanswered.
     m_notesDownload.reset();
-    const auto failed = [this, link, &done](const QString& error) {
-        log(u"release notes of "_s + link.toString() + u' ' + error);
-        done({}, error, {});
+    auto finished = [this, link, done = std::move(done)](const QByteArray& bytes, const QString& failure,
+                                                         const QString& type) {
+        if (!failure.isEmpty())
+            log(u"release notes of "_s + link.toString() + u' ' + failure);
+        done(bytes, failure, type);
     };
     const QString scheme = link.scheme().toLower();
     QString error;
     if (!link.isValid() || (scheme != u"https"_s && scheme != u"http"_s))
-        return failed(u"failed: not an https or http URL"_s);
-    if (!(m_notesDownload = makeDownload(error)))
-        return failed(u"failed: "_s + error);
-    m_notesDownload->start(request(link),
-                           [this, link, done = std::move(done)](const QByteArray& bytes,
-                                                                const QString& failure, const QString& type) {
-                               if (!failure.isEmpty())
-                                   log(u"release notes of "_s + link.toString() + u' ' + failure);
-                               done(bytes, failure, type);
-                           });
+        finished({}, u"failed: not an https or http URL"_s, {});
+    else if (!(m_notesDownload = makeDownload(error)))
+        finished({}, u"failed: "_s + error, {});
+    else
+        m_notesDownload->start(request(link), std::move(finished));
 }
 
 void SUUpdater::finishCheck(const QUrl& url, const QByteArray& bytes, const QString& error)

@@ -1,6 +1,5 @@
 #include "DesktopApplications.h"
 
-#include "DesktopEntry.h"
 #include "DesktopEntryDirectories.h"
 #include "GLibPtr.h"
 #include "GioLibrary.h"
@@ -67,7 +66,7 @@ std::optional<DesktopApplications::Command> DesktopApplications::command(const D
 std::optional<QString> DesktopApplications::installedEntryPath(const QString& bundleIdentifier)
 {
     const auto found = installedEntry(bundleIdentifier);
-    return found ? std::optional(found->first) : std::nullopt;
+    return found ? std::optional(found->first.path()) : std::nullopt;
 }
 
 std::optional<DesktopApplications::Command>
@@ -77,19 +76,19 @@ DesktopApplications::installedCommand(const QString& bundleIdentifier)
     return found ? std::optional(found->second) : std::nullopt;
 }
 
-std::optional<std::pair<QString, DesktopApplications::Command>>
+std::optional<std::pair<DesktopEntry, DesktopApplications::Command>>
 DesktopApplications::installedEntry(const QString& bundleIdentifier)
 {
     // A hidden or broken entry masks the same ID in later folders.
     const auto path = DesktopEntryDirectories::find(bundleIdentifier + u".desktop"_s);
     if (!path)
         return std::nullopt;
-    const auto entry = DesktopEntry::read(*path);
-    const auto* read = std::get_if<DesktopEntry>(&entry);
-    const auto found = read ? command(*read) : std::nullopt;
+    auto entry = DesktopEntry::read(*path);
+    auto* read = std::get_if<DesktopEntry>(&entry);
+    auto found = read ? command(*read) : std::nullopt;
     if (!found)
         return std::nullopt;
-    return std::pair(*path, *found);
+    return std::pair(std::move(*read), std::move(*found));
 }
 
 std::variant<qint64, ZLError> DesktopApplications::launchEntryFile(const QString& entryPath)

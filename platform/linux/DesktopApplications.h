@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DesktopEntry.h"
 #include "ZLError.h"
 
 #include <QString>
@@ -7,8 +8,6 @@
 
 #include <optional>
 #include <variant>
-
-class DesktopEntry;
 
 // Applications as desktop entries on the XDG data directories; only starting one goes through GIO.
 class DesktopApplications {
@@ -25,14 +24,14 @@ public:
     // What that entry runs.
     static std::optional<Command> installedCommand(const QString& bundleIdentifier);
 
-    // The command of a runnable entry, its program found on PATH now.
-    static std::optional<Command> command(const DesktopEntry& entry);
+    // The entry for identifier X, read once, and its command.
+    static std::optional<std::pair<DesktopEntry, Command>> installedEntry(const QString& bundleIdentifier);
 
     // Starts an entry detached: own session, standard streams on /dev/null.
     static std::variant<qint64, ZLError> launchEntryFile(const QString& entryPath);
     static std::variant<qint64, ZLError> launchIdentifier(const QString& bundleIdentifier);
 
 private:
-    // The entry's file and its command.
-    static std::optional<std::pair<QString, Command>> installedEntry(const QString& bundleIdentifier);
+    // The command of a runnable entry, its program found on PATH now.
+    static std::optional<Command> command(const DesktopEntry& entry);
 };

@@ -70,20 +70,20 @@ std::optional<QString> systemAutostartEntry(const QString& fileName)
 
 bool XdgLoginItems::enable(const QString& bundleIdentifier, const QString& target)
 {
-    const auto entryPath = DesktopApplications::installedEntryPath(bundleIdentifier);
-    if (!entryPath) {
+    const auto installed = DesktopApplications::installedEntry(bundleIdentifier);
+    if (!installed) {
         SystemLog::logText(u"No installed application "_s + bundleIdentifier + u" to start at login"_s);
         return false;
     }
-    const auto entry = loadEntry(*entryPath);
+    const DesktopEntry& entry = installed->first;
     // The command as the application's entry runs it now, its program by the path found: the session starts
     // the same process, and the entry's own field codes (%k names that file) have nothing left to expand.
-    auto arguments = entry ? entry->arguments() : std::nullopt;
+    auto arguments = entry.arguments();
     const auto program = arguments ? DesktopEntry::findProgram(arguments->value(0)) : std::nullopt;
     if (!program)
         return false;
     (*arguments)[0] = *program;
-    GKeyFile* keyFile = entry->keyFile();
+    GKeyFile* keyFile = entry.keyFile();
     g_key_file_set_string(keyFile, group, "Exec", DesktopEntry::execLine(*arguments).toUtf8().constData());
     g_key_file_set_boolean(keyFile, group, "X-GNOME-Autostart-enabled", TRUE);
     g_key_file_remove_key(keyFile, group, "Hidden", nullptr);

@@ -17,7 +17,6 @@ class TestDesktop : public QObject {
     QString m_service = m_home.path() + u"/bin/quorin-service"_s;
     QString m_journal = m_home.path() + u"/journal"_s; // the election tool's calls and the service's starts
     QString m_autostart = m_home.autostartDir() + u'/' + service + u".desktop"_s;
-    QString m_flags = m_home.configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s;
 
     QStringList journal() const { return TempHome::readFile(m_journal).split(u'\n', Qt::SkipEmptyParts); }
     QProcess* startService(const QStringList& arguments, bool asNobody = false)
@@ -156,8 +155,8 @@ private Q_SLOTS:
         m_home.installApplication(service, exec.isEmpty() ? usualExec : exec);
         if (before.contains(u"twin"_s))
             m_home.installApplication(u"a.Twin"_s, u"quorin-service --background"_s);
-        QVERIFY(
-            TempHome::writeFile(m_flags, "<plist><dict><key>QREnabled</key>" + stored + "</dict></plist>"));
+        QVERIFY(TempHome::writeFile(m_home.flagsFile(),
+                                    "<plist><dict><key>QREnabled</key>" + stored + "</dict></plist>"));
         QFile::remove(m_autostart); // an invalid entry until the pass rewrites it, or a pipe
         QVERIFY(before.contains(u"pipe"_s) ? ::mkfifo(qPrintable(m_autostart), 0600) == 0
                                            : TempHome::writeFile(m_autostart, "[Desktop Entry]\nExec=x\n"));
@@ -196,7 +195,7 @@ private Q_SLOTS:
         QVERIFY(!other || other->state() == QProcess::Running);
         // Left as it was when text, as the other programs of the group read it; else stored as text.
         const QByteArray text = stored.startsWith("<string>") ? stored : "<string>1</string>";
-        QVERIFY(TempHome::readFile(m_flags).contains(QString::fromUtf8(text)));
+        QVERIFY(TempHome::readFile(m_home.flagsFile()).contains(QString::fromUtf8(text)));
     }
 };
 

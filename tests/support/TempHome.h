@@ -17,6 +17,11 @@ public:
     QString systemConfigDir() const { return path() + QStringLiteral("/system-config"); }
     QString applicationsDir() const { return dataHome() + QStringLiteral("/applications"); }
     QString autostartDir() const { return configHome() + QStringLiteral("/autostart"); }
+    // The defaults suite the launcher and the service share, with the enabled flag.
+    QString flagsFile() const
+    {
+        return configHome() + QStringLiteral("/K4WQ7ZT2RB.group.zelna.Quorin.plist");
+    }
 
     // Points this process, and so the processes it starts, at the temporary home (before anything caches the
     // variables).

@@ -213,8 +213,7 @@ private Q_SLOTS:
         QAccessible::queryAccessibleInterface(&enable)->actionInterface()->doAction(
             QAccessibleActionInterface::toggleAction());
         QVERIFY(enable.isChecked() && ui.autoStartCheckBox->isChecked()
-                && TempHome::readFile(m_home.configHome() + u"/K4WQ7ZT2RB.group.zelna.Quorin.plist"_s)
-                       .contains(u"<string>1</string>"_s));
+                && TempHome::readFile(m_home.flagsFile()).contains(u"<string>1</string>"_s));
     }
 };
 
