@@ -33,6 +33,11 @@ SUUpdater::SUUpdater(Host host, std::unique_ptr<SUUserDriver> driver)
 {
     m_scheduler.setSingleShot(true);
     connect(&m_scheduler, &QTimer::timeout, this, &SUUpdater::startCheck);
+    // The next check stays due at the moment it was set for, whichever way the clock jumps.
+    connect(m_host.clock, &Clock::moved, this, [this] {
+        if (m_scheduler.isActive())
+            armScheduler();
+    });
     // The driver lives no longer than this updater, and fetches only while showing what it found.
     m_driver->setReleaseNotesFetch([this](const QUrl& link, SUFeedDownload::Finished done) {
         fetchReleaseNotes(link, std::move(done));
@@ -144,14 +149,20 @@ void SUUpdater::scheduleNextCheck()
         m_scheduler.stop();
         return;
     }
-    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QDateTime now = m_host.clock->now();
     QDateTime last;
     if (auto defaults = Platform::defaults().open(m_host.defaultsSuite))
         last = defaults->value(lastCheckTimeKey).toDateTime();
     // A last check in the future (a clock set back) counts as now.
     if (!last.isValid() || last > now)
         last = now;
-    const qint64 dueMs = now.msecsTo(last.addSecs(m_host.checkInterval.count()));
+    m_nextCheck = last.addSecs(m_host.checkInterval.count());
+    armScheduler();
+}
+
+void SUUpdater::armScheduler()
+{
+    const qint64 dueMs = m_host.clock->now().msecsTo(m_nextCheck);
     m_scheduler.start(
         std::chrono::milliseconds(std::clamp<qint64>(dueMs, 0, std::numeric_limits<int>::max())));
 }
@@ -169,7 +180,7 @@ void SUUpdater::startCheck()
         return;
     }
     if (auto defaults = Platform::defaults().open(m_host.defaultsSuite))
-        defaults->setValue(lastCheckTimeKey, QDateTime::currentDateTimeUtc());
+        defaults->setValue(lastCheckTimeKey, m_host.clock->now());
 
     QString error;
     if (!m_download && !(m_download = makeDownload(error))) {

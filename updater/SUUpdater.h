@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Clock.h"
 #include "SUAppcastItem.h"
 #include "SUFeedDownload.h"
 
@@ -31,7 +32,8 @@ public:
         std::chrono::milliseconds timeout{std::chrono::seconds(30)}; // without a byte received
         std::chrono::milliseconds deadline{std::chrono::minutes(2)}; // for the whole feed
         qint64 maxFeedBytes = 8 * 1024 * 1024;
-        QString moduleDirectory; // where the network module is
+        QString moduleDirectory;         // where the network module is
+        Clock* clock = &Clock::system(); // when checks are due
     };
 
     static constexpr std::chrono::seconds defaultCheckInterval{24 * 60 * 60};
@@ -75,6 +77,7 @@ private:
     void finishCheck(const QUrl& url, const QByteArray& bytes, const QString& error);
     void handleFeed(const QByteArray& bytes);
     void scheduleNextCheck();
+    void armScheduler(); // for m_nextCheck, by the clock's now
     SUUpdaterDelegate* delegate() const;
     void notifyDidNotFindUpdate();
     void fail(const QString& message); // logged, and told to the delegate
@@ -88,6 +91,7 @@ private:
     bool m_checking = false;
     WorkRunner m_runner; // brings calls from other threads to this one
     QTimer m_scheduler;
+    QDateTime m_nextCheck;
     bool m_relaunched = false;
     bool m_relaunchSent = false;
 

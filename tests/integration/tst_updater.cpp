@@ -23,6 +23,16 @@ static QByteArray feedWith(const QByteArray& version)
     return "<rss xmlns:s=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel><item><s:version>"
            + version + "</s:version></item></channel></rss>";
 }
+// Time that moves only when told.
+struct ManualClock : Clock {
+    QDateTime moment = QDateTime(QDate(2030, 1, 1), QTime(0, 0), Qt::UTC);
+    QDateTime now() const override { return moment; }
+    void advance(std::chrono::seconds by)
+    {
+        moment = moment.addSecs(by.count());
+        Q_EMIT moved();
+    }
+};
 struct SkippingUser : SUUserDriver {
     QStringList* calls;
     explicit SkippingUser(QStringList* list) : calls(list) { }
@@ -41,6 +51,7 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
     TempHome m_home;
     QTcpServer m_server;
     QStringList m_calls;
+    ManualClock m_clock;
 
     void updaterDidNotFindUpdate(SUUpdater*) override { m_calls << u"notFound"_s; }
     void updaterDidRelaunchApplication(SUUpdater*) override { m_calls << u"relaunched"_s; }
@@ -50,7 +61,8 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
               std::unique_ptr<SUUserDriver> driver = {})
     {
         const SUUpdater::Host host{u"1.0"_s, u"1.0"_s,    u"zq.test"_s, interval,
-                                   timeout,  4 * timeout, 1 << 20,      QStringLiteral(ZQ_MODULE_DIR)};
+                                   timeout,  4 * timeout, 1 << 20,      QStringLiteral(ZQ_MODULE_DIR),
+                                   &m_clock};
         auto updater = std::make_unique<SUUpdater>(host, driver ? std::move(driver)
                                                                 : std::make_unique<SkippingUser>(&m_calls));
         updater->setDelegate(this);
@@ -154,16 +166,24 @@ private Q_SLOTS:
     // now; turned off, no more come.
     void scheduledChecks()
     {
-        Platform::defaults()
-            .open(u"zq.test"_s)
-            ->setValue(SUUpdater::lastCheckTimeKey, QDateTime::currentDateTimeUtc().addYears(1));
-        auto updater = make(5s, 1s);
+        const QDateTime start = m_clock.now();
+        auto suite = Platform::defaults().open(u"zq.test"_s);
+        suite->setValue(SUUpdater::lastCheckTimeKey, start.addYears(1));
+        auto updater = make(5s, 1h);
         updater->setFeedURL(writeFeed(feedWith("1.0")));
         QSignalSpy finished(updater.get(), &SUUpdater::checkFinished);
         updater->setAutomaticallyChecksForUpdates(true);
-        QVERIFY(finished.wait(10000));
+        const auto lastCheckAfter = [&](std::chrono::seconds moved) {
+            QTest::qWait(1); // what was asked for is done
+            m_clock.advance(moved);
+            QTest::qWait(1); // a check that is due starts at once, and notes its time first
+            return suite->value(SUUpdater::lastCheckTimeKey).toDateTime();
+        };
+        QCOMPARE(lastCheckAfter(3599s), start.addYears(1));
+        QCOMPARE(lastCheckAfter(1s), start.addSecs(3600));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 10000);
         updater->setAutomaticallyChecksForUpdates(false);
-        QVERIFY(!finished.wait(3000));
+        QCOMPARE(lastCheckAfter(2h), start.addSecs(3600));
         QCOMPARE(m_calls, QStringList{u"notFound"_s});
     }
 
