@@ -14,7 +14,10 @@
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
 
-AppDelegate::AppDelegate() : UODATE_DELEGATE(std::make_unique<UpdateDelegate>()) { }
+// A checker ends once its check has an answer, unless its window was opened meanwhile.
+AppDelegate::AppDelegate()
+    : UODATE_DELEGATE(std::make_unique<UpdateDelegate>([] { return isChecker && !hasShownWindow; }))
+{ }
 
 AppDelegate::~AppDelegate() = default;
 

@@ -11,5 +11,5 @@ void HeadlessUserDriver::showUpdateFound(const SUAppcastItem& item, const QStrin
 {
     SystemLog::logText(u"Updater: version "_s + item.displayVersionString + u" ("_s + item.versionString
                        + u") is available; "_s + installedVersion + u" is installed"_s);
-    UpdateDelegate::exitProcess(updateFoundStatus);
+    UpdateDelegate::endProcess(updateFoundStatus);
 }

@@ -1,16 +1,14 @@
 #include "UpdateDelegate.h"
 
-#include "AppDelegate.h"
 #include "Bundle.h"
 #include "DispatchQueue.h"
 #include "LoginItems.h"
 #include "Platform.h"
 #include "SUUpdater.h"
 
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 
-#include <cstdio>
-#include <cstdlib>
 #include <thread>
 
 using namespace Qt::Literals::StringLiterals;
@@ -30,12 +28,6 @@ struct Reenable {
     }
 };
 std::shared_ptr<Reenable> g_reenable; // main thread only
-
-// A checker ends once its check has an answer, unless its window was opened meanwhile.
-bool endsAfterCheck()
-{
-    return AppDelegate::isChecker && !AppDelegate::hasShownWindow;
-}
 
 SUUpdater& requireSharedUpdater()
 {
@@ -66,15 +58,15 @@ void UpdateDelegate::configureSharedUpdater(UpdateDelegate& delegate, const Bund
 
 void UpdateDelegate::updaterDidNotFindUpdate(SUUpdater*)
 {
-    if (endsAfterCheck())
-        exitProcess(0);
+    if (m_endsAfterCheck())
+        endProcess(0);
 }
 
 void UpdateDelegate::updaterDidAbortWithError(SUUpdater*, const QString&)
 {
     // Run daily from a timer, a checker that stayed after a failure would pile up.
-    if (endsAfterCheck())
-        exitProcess(1);
+    if (m_endsAfterCheck())
+        endProcess(1);
 }
 
 void UpdateDelegate::updaterDidRelaunchApplication(SUUpdater*)
@@ -101,9 +93,8 @@ void UpdateDelegate::finishPendingWork()
     }
 }
 
-void UpdateDelegate::exitProcess(int status)
+void UpdateDelegate::endProcess(int status)
 {
     finishPendingWork();
-    std::fflush(nullptr);
-    std::exit(status);
+    QCoreApplication::exit(status);
 }

@@ -4,6 +4,5 @@
 int main(int argc, char* argv[])
 {
     Platform::prepareProcess();
-    ApplicationMain(argc, argv);
-    return 0;
+    return ApplicationMain(argc, argv);
 }

@@ -18,6 +18,7 @@
 #include <QPushButton>
 #include <QTextBrowser>
 #include <QThreadPool>
+#include <QTimer>
 
 namespace {
 const QString enabledFile = uR"({"previewEnabled":true})"_s;
@@ -83,11 +84,14 @@ private Q_SLOTS:
         QVERIFY(delegate->controller().window()->isVisible()); // made once: the one shown
         QCOMPARE(g_activations.load(), 0);
         QTRY_COMPARE_WITH_TIMEOUT(g_activations.load(), 1, 10000);
-        // A checker whose window was shown has become a launcher: an answer does not end it.
-        UpdateDelegate updates;
+        // A checker whose window was shown has become a launcher: an answer does not end its event loop.
+        UpdateDelegate& updates = *delegate->UODATE_DELEGATE;
         AppDelegate::isChecker = true;
         updates.updaterDidNotFindUpdate(nullptr);
         updates.updaterDidAbortWithError(nullptr, {});
+        QEventLoop loop;
+        QTimer::singleShot(0, &loop, [&loop] { loop.exit(5); });
+        QCOMPARE(loop.exec(), 5);
         // After an update the login item goes off, then on 300 ms later, even if the process ends in between.
         QVERIFY(TempHome::writeFile(loginItem(), "[Desktop Entry]\n"));
         const QDeadlineTimer off(300ms, Qt::PreciseTimer);
