@@ -1,6 +1,7 @@
 #include "DesktopApplications.h"
 
 #include "DesktopEntryDirectories.h"
+#include "FileDescriptor.h"
 #include "GLibPtr.h"
 #include "GioLibrary.h"
 
@@ -33,15 +34,14 @@ void rememberPid(GDesktopAppInfo*, GPid pid, gpointer data)
 
 std::variant<qint64, ZLError> launch(const GioLibrary& gio, GDesktopAppInfo* info)
 {
-    const int devNull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    if (devNull < 0)
+    const FileDescriptor devNull(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    if (!devNull)
         return ZLError::fromErrno(errno, u"/dev/null"_s);
     qint64 pid = 0;
     GError* rawError = nullptr;
-    const gboolean started
-        = gio.launchUrisAsManagerWithFds(info, nullptr, nullptr, G_SPAWN_SEARCH_PATH, detachChild, nullptr,
-                                         rememberPid, &pid, devNull, devNull, devNull, &rawError);
-    ::close(devNull);
+    const gboolean started = gio.launchUrisAsManagerWithFds(
+        info, nullptr, nullptr, G_SPAWN_SEARCH_PATH, detachChild, nullptr, rememberPid, &pid, devNull.get(),
+        devNull.get(), devNull.get(), &rawError);
     if (!started) {
         const GErrorPtr error(rawError);
         return error ? errorFrom(error.get())

@@ -104,21 +104,20 @@ std::optional<sockaddr_un> socketAddress(const QString& path)
 // One later start's connection: its request line is read as it arrives, answered, and closed.
 class ReopenRequest : public QObject {
 public:
-    ReopenRequest(int fd, std::function<void(const QByteArray&)> onReopen)
-        : m_fd(fd)
-        , m_notifier(fd, QSocketNotifier::Read)
+    ReopenRequest(FileDescriptor fd, std::function<void(const QByteArray&)> onReopen)
+        : m_fd(std::move(fd))
+        , m_notifier(m_fd.get(), QSocketNotifier::Read)
         , m_onReopen(std::move(onReopen))
     {
         QObject::connect(&m_notifier, &QSocketNotifier::activated, this, &ReopenRequest::read);
         QTimer::singleShot(timeoutMs, this, &QObject::deleteLater); // one that sends nothing is not kept
     }
-    ~ReopenRequest() override { ::close(m_fd); }
 
 private:
     void read()
     {
         char buffer[256];
-        const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
+        const ssize_t n = ::recv(m_fd.get(), buffer, sizeof buffer, 0);
         if (n < 0 && (errno == EAGAIN || errno == EINTR))
             return;
         m_line.append(buffer, std::max<ssize_t>(n, 0));
@@ -129,13 +128,13 @@ private:
         const auto [word, token]
             = splitRequest(m_line.left(std::min(end < 0 ? m_line.size() : end, maxRequestBytes)));
         if (end >= 0 && word == request) {
-            ::send(m_fd, answer.constData(), size_t(answer.size()), MSG_NOSIGNAL);
+            ::send(m_fd.get(), answer.constData(), size_t(answer.size()), MSG_NOSIGNAL);
             m_onReopen(checkedToken(token));
         }
         deleteLater();
     }
 
-    int m_fd;
+    FileDescriptor m_fd; // closed after the notifier below is gone
     QSocketNotifier m_notifier;
     std::function<void(const QByteArray&)> m_onReopen;
     QByteArray m_line;
@@ -269,12 +268,9 @@ InstanceChannel::Role LocalSocketInstanceChannel::listen(std::function<void(cons
     m_server = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);
     QObject::connect(
         m_server.get(), &QSocketNotifier::activated, m_server.get(), [fd, onReopen = std::move(onReopen)] {
-            for (int client; (client = ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;) {
-                if (fromSameUser(client))
-                    new ReopenRequest(client, onReopen);
-                else
-                    ::close(client);
-            }
+            while (FileDescriptor client{::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)})
+                if (fromSameUser(client.get()))
+                    new ReopenRequest(std::move(client), onReopen);
         });
     return Role::Listening;
 }

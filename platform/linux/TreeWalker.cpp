@@ -1,5 +1,6 @@
 #include "TreeWalker.h"
 
+#include "FileDescriptor.h"
 #include "FileURL.h"
 
 #include <QFile>
@@ -31,7 +32,7 @@ struct Frame {
     dev_t device = 0;
     ino_t inode = 0;
     qsizetype pathLength = 0; // of the folder's path, to cut the path back on the way up
-    int heldFd = -1;          // the folder itself, kept open while the walk is below it
+    FileDescriptor held;      // the folder itself, kept open while the walk is below it
 };
 
 // Folders kept open on the way down, to come back to without opening "..": deeper
@@ -73,9 +74,8 @@ bool readFrame(int fd, const QByteArray& path, Frame& frame,
 }
 
 // Walks the tree below the open folder FD at PATH (its frame read), appending its
-// non-folders to FILES; FD is closed. False when the walk had to stop: a folder
-// moved out from under it.
-bool walkFrom(int fd, QByteArray path, Frame top, QList<QUrl>& files,
+// non-folders to FILES. False when the walk had to stop: a folder moved out from under it.
+bool walkFrom(FileDescriptor fd, QByteArray path, Frame top, QList<QUrl>& files,
               const std::function<void(const ZLError&)>& onEntryError)
 {
     std::vector<Frame> stack;
@@ -93,18 +93,14 @@ bool walkFrom(int fd, QByteArray path, Frame top, QList<QUrl>& files,
                 continue;
             }
             // An unreadable folder, or one swapped for a link or a file since it was listed, is passed over.
-            const int child = ::openat(fd, entry.name.constData(), folderFlags);
+            FileDescriptor child(::openat(fd.get(), entry.name.constData(), folderFlags));
             Frame below;
-            if (child >= 0 && readFrame(child, path, below, onEntryError)) {
+            if (child && readFrame(child.get(), path, below, onEntryError)) {
                 if (stack.size() < heldLevels)
-                    frame.heldFd = fd;
-                else
-                    ::close(fd);
-                fd = child;
+                    frame.held = std::move(fd);
+                fd = std::move(child);
                 stack.push_back(std::move(below));
             } else {
-                if (child >= 0)
-                    ::close(child);
                 path.truncate(length);
             }
             continue;
@@ -112,33 +108,25 @@ bool walkFrom(int fd, QByteArray path, Frame top, QList<QUrl>& files,
         stack.pop_back();
         if (stack.empty())
             break;
-        if (Frame& above = stack.back(); above.heldFd >= 0) {
-            ::close(fd);
-            fd = std::exchange(above.heldFd, -1);
+        if (Frame& above = stack.back(); above.held) {
+            fd = std::move(above.held);
             path.truncate(above.pathLength);
             continue;
         }
         // Back up through "..", which must be the folder listed before: one moved
         // elsewhere meanwhile would lead the rest of the walk out of the tree.
-        const int parent = ::openat(fd, "..", folderFlags);
+        FileDescriptor parent(::openat(fd.get(), "..", folderFlags));
         struct stat info { };
         const Frame& above = stack.back();
-        if (parent < 0 || ::fstat(parent, &info) != 0 || info.st_dev != above.device
+        if (!parent || ::fstat(parent.get(), &info) != 0 || info.st_dev != above.device
             || info.st_ino != above.inode) {
             onEntryError(ZLError::fromErrno(ESTALE, QFile::decodeName(path)));
-            if (parent >= 0)
-                ::close(parent);
             whole = false;
-            for (const Frame& held : stack)
-                if (held.heldFd >= 0)
-                    ::close(held.heldFd);
             break;
         }
-        ::close(fd);
-        fd = parent;
+        fd = std::move(parent);
         path.truncate(above.pathLength);
     }
-    ::close(fd);
     return whole;
 }
 
@@ -155,12 +143,10 @@ void walkBranch(int rootFd, const QByteArray& rootPath, Branch& branch)
 {
     const auto note = [&branch](const ZLError& error) { branch.errors.append(error); };
     const QByteArray path = rootPath + '/' + branch.name;
-    const int fd = ::openat(rootFd, branch.name.constData(), folderFlags);
+    FileDescriptor fd(::openat(rootFd, branch.name.constData(), folderFlags));
     Frame top;
-    if (fd >= 0 && readFrame(fd, path, top, note))
-        branch.whole = walkFrom(fd, path, std::move(top), branch.files, note);
-    else if (fd >= 0)
-        ::close(fd);
+    if (fd && readFrame(fd.get(), path, top, note))
+        branch.whole = walkFrom(std::move(fd), path, std::move(top), branch.files, note);
 }
 
 } // namespace
@@ -170,15 +156,12 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
 {
     QByteArray path = root.endsWith('/') && root.size() > 1 ? root.chopped(1) : root;
     // The chosen folder itself may be reached through links; nothing beneath it is.
-    const int fd = ::open(path.constData(), folderFlags & ~O_NOFOLLOW);
+    FileDescriptor fd(::open(path.constData(), folderFlags & ~O_NOFOLLOW));
     if (path == "/")
         path.clear(); // "/bin", not "//bin", which a URL would read as a host
     Frame top;
-    if (fd < 0 || !readFrame(fd, path, top, onEntryError)) {
-        if (fd >= 0)
-            ::close(fd);
+    if (!fd || !readFrame(fd.get(), path, top, onEntryError))
         return std::nullopt;
-    }
     QList<QUrl> files;
     std::vector<Branch> branches;
     for (const Frame::Entry& entry : top.entries)
@@ -186,7 +169,7 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
             branches.push_back({entry.name, {}, {}, true});
     const int threads = std::min(QThread::idealThreadCount(), int(branches.size()));
     if (threads < 2) {
-        walkFrom(fd, path, std::move(top), files, onEntryError);
+        walkFrom(std::move(fd), path, std::move(top), files, onEntryError);
         return files;
     }
     // The folders below the chosen one are walked side by side, each on its own
@@ -194,7 +177,7 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
     std::atomic<size_t> next = 0;
     const auto work = [&] {
         for (size_t i = next++; i < branches.size(); i = next++)
-            walkBranch(fd, path, branches[i]);
+            walkBranch(fd.get(), path, branches[i]);
     };
     {
         std::vector<std::jthread> helpers;
@@ -202,7 +185,7 @@ std::optional<QList<QUrl>> TreeWalker::filesBeneath(const QByteArray& root,
             helpers.emplace_back(work);
         work();
     }
-    ::close(fd);
+    fd.reset();
     auto branch = branches.begin();
     for (const Frame::Entry& entry : top.entries) {
         if (!entry.isFolder) {
