@@ -178,7 +178,7 @@ void ZLFileManager::fileAggregation(const QStringList& paths, AggregationComplet
 void ZLFileManager::fileAggregationFrom(const QStringList& paths, QObject* receiver, const QByteArray& method)
 {
     QPointer<QObject> target(receiver);
-    fileAggregation(paths, [target, method](QList<QUrl> files, std::optional<ZLError> error) {
+    fileAggregation(paths, [target, method](const QList<QUrl>& files, const std::optional<ZLError>& error) {
         if (!target)
             return;
         QVariantMap described;

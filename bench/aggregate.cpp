@@ -44,7 +44,7 @@ int main(int argc, char* argv[])
     QElapsedTimer clock;
     clock.start();
     QList<QUrl> result;
-    manager.fileAggregation(paths, [&](QList<QUrl> files, std::optional<ZLError> error) {
+    manager.fileAggregation(paths, [&](QList<QUrl> files, const std::optional<ZLError>& error) {
         const qint64 ms = clock.elapsed();
         result = std::move(files);
         std::printf("files %lld ms %lld rss_before_kib %lld rss_with_result_kib %lld peak_kib %lld%s\n",

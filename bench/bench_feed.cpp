@@ -29,7 +29,8 @@ void BM_ParseFeed(benchmark::State& state)
         feed += item;
     feed += "</channel></rss>";
     for (auto _ : state)
-        benchmark::DoNotOptimize(SUAppcast::parse(feed)->bestItem(QStringLiteral("linux")));
+        if (const auto appcast = SUAppcast::parse(feed))
+            benchmark::DoNotOptimize(appcast->bestItem(QStringLiteral("linux")));
     state.SetBytesProcessed(state.iterations() * feed.size());
     state.SetComplexityN(feed.size());
 }

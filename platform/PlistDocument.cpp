@@ -199,7 +199,7 @@ QByteArray PlistDocument::toXml() const
     char* xml = nullptr;
     uint32_t length = 0;
     plist_to_xml(m_root->root, &xml, &length);
-    const QByteArray result(xml, static_cast<qsizetype>(length));
+    QByteArray result(xml, static_cast<qsizetype>(length));
     plist_to_xml_free(xml);
     return result;
 }

@@ -99,12 +99,10 @@ public:
             appendFormatted(out, pattern, 's', text);
             return;
         }
-        case 'n':
-            nextArgument(); // consumes its argument, writes nowhere
-            return;
-        case 'c':
+        case 'n': // consumes its argument, writes nowhere
+        case 'c': // a zero character prints nothing
         case 'C':
-            nextArgument(); // a zero character prints nothing
+            nextArgument();
             return;
         case 'd':
         case 'i':

@@ -15,7 +15,7 @@ public:
         : m_applicationName(std::move(applicationName))
         , m_language(std::move(language))
     { }
-    void setReleaseNotesFetch(ReleaseNotesFetch fetch) override { m_fetch = std::move(fetch); }
+    void setReleaseNotesFetch(const ReleaseNotesFetch& fetch) override { m_fetch = fetch; }
     void showUpdateFound(const SUAppcastItem& item, const QString& installedVersion,
                          std::function<void(Choice)> reply) override;
 

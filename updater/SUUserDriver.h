@@ -14,7 +14,7 @@ public:
     using ReleaseNotesFetch = std::function<void(const QUrl& link, SUFeedDownload::Finished done)>;
 
     virtual ~SUUserDriver() = default;
-    virtual void setReleaseNotesFetch(ReleaseNotesFetch) { }
+    virtual void setReleaseNotesFetch(const ReleaseNotesFetch&) { }
     virtual void showUpdateFound(const SUAppcastItem& item, const QString& installedVersion,
                                  std::function<void(Choice)> reply)
         = 0;

@@ -4,7 +4,7 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-OutputStream::OutputStream(QString path, bool append) : m_file(std::move(path)), m_append(append) { }
+OutputStream::OutputStream(const QString& path, bool append) : m_file(path), m_append(append) { }
 
 OutputStream::~OutputStream()
 {

@@ -31,7 +31,7 @@ public:
         EndEncountered = 16,
     };
 
-    OutputStream(QString path, bool append);
+    OutputStream(const QString& path, bool append);
     ~OutputStream();
 
     void setDelegate(StreamDelegate* delegate) { m_delegate = delegate; }

@@ -55,8 +55,9 @@ std::variant<qint64, ZLError> launch(const GioLibrary& gio, GDesktopAppInfo* inf
 std::optional<DesktopApplications::Command> DesktopApplications::command(const DesktopEntry& entry)
 {
     const auto arguments = entry.runnable() ? entry.arguments() : std::nullopt;
-    const auto program
-        = arguments && !arguments->isEmpty() ? DesktopEntry::findProgram(arguments->first()) : std::nullopt;
+    if (!arguments || arguments->isEmpty())
+        return std::nullopt;
+    const auto program = DesktopEntry::findProgram(arguments->first());
     const QFileInfo canonical(program ? QFileInfo(*program).canonicalFilePath() : QString());
     if (!canonical.isFile())
         return std::nullopt;

@@ -8,7 +8,8 @@
 #include <optional>
 #include <variant>
 
-typedef struct _GKeyFile GKeyFile; // GLib's own declaration: its headers stay out of the adapters' users
+// GLib's own declaration, by its own name: its headers stay out of the adapters' users.
+typedef struct _GKeyFile GKeyFile; // NOLINT(bugprone-reserved-identifier, modernize-use-using)
 
 // A desktop entry file, read once with GKeyFile (comments and translations kept, so that a copy can be
 // written from it), and the command it runs as GIO builds it.

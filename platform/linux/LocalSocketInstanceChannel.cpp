@@ -163,7 +163,7 @@ std::optional<QString> LocalSocketInstanceChannel::socketPath() const
 {
     auto folder = XdgDirs::runtimeDir();
     // A shared folder would let others answer in the launcher's name.
-    if (const auto why = folder ? unsuitable(*folder) : std::nullopt) {
+    if (const auto why = folder ? unsuitable(*folder) : std::nullopt; folder && why) {
         SystemLog::logText(u"Not using the runtime folder "_s + *folder + u" for the launcher socket: "_s
                            + *why);
         folder.reset();
@@ -217,7 +217,8 @@ bool LocalSocketInstanceChannel::forwardReopen(const QString& path, const QDeadl
     const FileDescriptor socket(address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)
                                         : -1);
     const int fd = socket.get();
-    if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0)
+    if (!address || fd < 0
+        || ::connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0)
         return false;
     if (!fromSameUser(fd)) {
         SystemLog::logText(u"The launcher socket "_s + path
@@ -252,7 +253,8 @@ InstanceChannel::Role LocalSocketInstanceChannel::listen(std::function<void(cons
     FileDescriptor socket(address ? ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1);
     const int fd = socket.get();
     bool bound = false;
-    if (fd < 0 || !(bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0)
+    if (!address || fd < 0
+        || !(bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0)
         || ::chmod(address->sun_path, 0600) != 0 || ::listen(fd, 16) != 0) {
         const int error = errno;
         if (bound) // no socket file that nobody answers at

@@ -117,21 +117,21 @@ std::optional<QVariant> PlistDefaultsSuite::readValue(const QString& key)
     std::optional<PlistDocument> document;
     switch (load(document)) {
     case State::Parsed:
-        return document->value(key);
+        break;
     case State::Corrupt: {
         // Another writer may have replaced the file since it was read: look
         // again under the lock before moving anything aside.
         QLockFile lock(m_filePath + u".lock"_s);
         if (!lockSuite(lock) && load(document) == State::Corrupt)
             moveAside();
-        return document ? document->value(key) : QVariant();
+        break;
     }
     case State::Missing:
         return QVariant();
     case State::Unreadable:
-        break;
+        return std::nullopt;
     }
-    return std::nullopt;
+    return document ? document->value(key) : QVariant();
 }
 
 bool PlistDefaultsSuite::setValue(const QString& key, const QVariant& value)
@@ -151,25 +151,24 @@ bool PlistDefaultsSuite::setValue(const QString& key, const QVariant& value)
     std::optional<PlistDocument> document;
     switch (load(document)) {
     case State::Parsed:
-        break;
     case State::Missing:
-        document.emplace();
         break;
     case State::Corrupt:
         moveAside();
         if (QFile::exists(m_filePath))
             return false; // never write over bytes that could not be kept
-        document.emplace();
+        document.reset();
         break;
     case State::Unreadable:
         return false;
     }
-    if (!document->setValue(key, value)) {
+    PlistDocument& list = document ? *document : document.emplace(); // none read: a new, empty list
+    if (!list.setValue(key, value)) {
         SystemLog::logText(u"Cannot store a value of type "_s + QString::fromLatin1(value.typeName())
                            + u" under "_s + key);
         return false;
     }
-    if (const auto error = WholeFile::write(m_filePath, document->toXml(), WholeFile::Mode::Replace)) {
+    if (const auto error = WholeFile::write(m_filePath, list.toXml(), WholeFile::Mode::Replace)) {
         SystemLog::logText(u"Cannot write defaults file "_s + m_filePath + u": "_s
                            + error->localizedDescription() + u"; "_s + key + u" not stored"_s);
         return false;

@@ -80,7 +80,7 @@ bool XdgLoginItems::enable(const QString& bundleIdentifier, const QString& targe
     // the same process, and the entry's own field codes (%k names that file) have nothing left to expand.
     auto arguments = entry.arguments();
     const auto program = arguments ? DesktopEntry::findProgram(arguments->value(0)) : std::nullopt;
-    if (!program)
+    if (!arguments || !program)
         return false;
     (*arguments)[0] = *program;
     GKeyFile* keyFile = entry.keyFile();

@@ -6,7 +6,7 @@ ZQ_PACKAGES=(
     qt6-base-dev qt6-base-private-dev libqt6opengl6-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools libgl-dev
     libplist-dev libglib2.0-dev
     libbenchmark-dev
-    python3 desktop-file-utils appstream dpkg-dev file lintian clang-format
+    python3 desktop-file-utils appstream dpkg-dev file lintian clang-format clang-tidy-16
     xvfb xauth x11-utils xdotool imagemagick strace
 )
 
