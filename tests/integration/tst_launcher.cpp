@@ -117,17 +117,37 @@ private Q_SLOTS:
     void secondLaunchReopensTheFirst_data()
     {
         QTest::addColumn<bool>("shared");
-        QTest::newRow("private runtime folder") << false;
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QString>("instruction"); // as a screen reader reads it
+        QTest::newRow("private runtime folder")
+            << false << u"C"_s << u"Make sure ZELNA Quorin is allowed under:"_s;
         // One that others may write is not used; a private folder under TMPDIR is.
-        QTest::newRow("shared runtime folder") << true;
+        QTest::newRow("shared runtime folder") << true << u"de_DE"_s << u"Stellen Sie sicher"_s;
+        QTest::newRow("French") << false << u"fr_FR"_s << u"Assurez-vous que ZELNA Quorin"_s;
     }
     void secondLaunchReopensTheFirst()
     {
         QFETCH(bool, shared);
+        QFETCH(QString, language);
+        QFETCH(QString, instruction);
         QVERIFY(!shared || QFile::setPermissions(path(u"runtime"_s), QFile::Permissions(0x7777)));
         const QString folder
             = shared ? path(u"tmp/zelna-quorin-"_s) + QString::number(::getuid()) : path(u"runtime"_s);
         const QString socket = folder + u"/zelna-quorin.socket"_s;
+        // On a desktop with assistive technology on (its bus and window manager read the system's schemas and
+        // themes).
+        Launch bus, desktop;
+        bus.start(u"env"_s, {u"-u"_s, u"XDG_DATA_DIRS"_s, u"dbus-daemon"_s, u"--session"_s, u"--nofork"_s,
+                             u"--print-address=1"_s});
+        QVERIFY(m_bundle->startDisplay() && bus.waitFor(u"\n"_s));
+        m_bundle->env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, bus.output().trimmed());
+        m_bundle->env.insert(u"QT_LINUX_ACCESSIBILITY_ALWAYS_ON"_s, u"1"_s);
+        m_bundle->env.insert(u"LC_ALL"_s, language);
+        m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-first_TIME41"_s);
+        desktop.setProcessEnvironment(m_bundle->env);
+        desktop.start(u"env"_s, {u"-u"_s, u"XDG_DATA_DIRS"_s, u"-u"_s, u"XDG_CONFIG_DIRS"_s,
+                                 u"/usr/bin/python3"_s, QStringLiteral(ZQ_SUPPORT) + u"/desktop.py"_s});
+        QVERIFY2(desktop.waitFor(u"ready"_s), qPrintable(desktop.output()));
         QVERIFY(m_bundle->writeInfo("2.0")); // a checker that found an update stays
         auto first = m_bundle->launch({check});
         VERIFY_RUN(first->waitFor(u"update alert shown"_s) && QFile::exists(socket), first);
@@ -149,6 +169,30 @@ private Q_SLOTS:
                    first);
         // Once, with the log text as it has always been spelt; none for the other user.
         QCOMPARE(first->output().count(u"ZENLA Launcher applicationShouldHandleReopen"_s), 1);
+        // A screen reader reads the labels as shown; its Toggle starts the service as a click does.
+        m_bundle->installService();
+        auto reader = m_bundle->launch(
+            {}, true, {}, {u"/usr/bin/python3"_s, QStringLiteral(ZQ_SUPPORT) + u"/screen-reader.py"_s});
+        VERIFY_RUN(reader->finish() == 0 && reader->says(u"label: "_s + instruction)
+                       && reader->says(u": 1.0.0 |"_s),
+                   reader);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(path(u"service-starts"_s)), 15000);
+        // Each launch's feedback ends; started again while another client has the focus, it comes forward.
+        VERIFY_RUN(first->waitFor(u"application activated"_s)
+                       && desktop.waitFor(u"remove: ID=zq-first_TIME41\n"_s)
+                       && desktop.waitFor(u"remove: ID=zq-test_TIME42\n"_s)
+                       && desktop.waitFor(u"active: ZELNA Quorin\n"_s),
+                   &desktop);
+        desktop.seen.clear();
+        m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-\"third\"_TIME43"_s);
+        VERIFY_RUN(
+            m_bundle->launch({}, true, u"xdotool search --name ^other$ windowactivate --sync"_s)->finish()
+                    == 0
+                && desktop.waitFor(u"remove: ID=\"zq-\\\"third\\\"_TIME43\"\n"_s)
+                && desktop.seen.contains(u"active: other\n"_s),
+            &desktop);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            desktop.output().section(u"active: "_s, -1).section(u'\n', 0, 0) != u"other"_s, 15000);
         QVERIFY(m_bundle->writeInfo("1.0"));
         auto checker = m_bundle->launch({check}); // a checker never hands over: it checks
         VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);

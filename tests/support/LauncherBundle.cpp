@@ -26,7 +26,9 @@ std::unique_ptr<LauncherBundle> LauncherBundle::make()
                                              {QStringLiteral(ZQ_FAKE_PLUGINKIT), u"bin/pluginkit"_s},
                                              {QStringLiteral(ZQ_TEST_SERVICE), u"bin/zq-test-service"_s}};
     const QString built = QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath() + u"/../"_s;
-    for (const QString& part : {u"share/zelna-quorin/Main.ui"_s, networkModule, uiReader})
+    for (const QString& part :
+         {u"share/zelna-quorin/Main.ui"_s, u"share/zelna-quorin/translations/zelna-quorin_de.qm"_s,
+          u"share/zelna-quorin/translations/zelna-quorin_fr.qm"_s, networkModule, uiReader})
         parts.append({built + part, part});
     for (const auto& [from, to] : parts)
         if (!QDir().mkpath(QFileInfo(bundle->path(u"bundle/"_s + to)).absolutePath())
