@@ -2,7 +2,7 @@
 
 #include "ApplicationDelegate.h"
 #include "LauncherLogging.h"
-#include "Platform.h"
+#include "WindowActivation.h"
 
 #include <QApplication>
 #include <QWidget>
@@ -67,7 +67,7 @@ void Application::reopen(const QByteArray& activationToken)
     // the user's action that asked for it; handed over before the window is shown.
     if (!activationToken.isEmpty()) {
         qCDebug(lcLauncher, "reopen with activation token %s", activationToken.constData());
-        Platform::useActivationToken(activationToken);
+        WindowActivation::useToken(activationToken);
     }
     // When the delegate agrees, the usual handling follows: bring the windows forward.
     if (m_delegate && m_delegate->applicationShouldHandleReopen(hasVisibleWindows()) && hasVisibleWindows())

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QByteArray>
-
 #include <memory>
 
 class CommandRunner;
@@ -50,9 +48,6 @@ public:
     // After such an end: gives the instance channel's place up, then ends the process by that
     // signal. Returns when the loop ended otherwise.
     static void endIfTerminated();
-
-    // Hands the desktop's activation token to the next window activation.
-    static void useActivationToken(const QByteArray& token);
 
     // The services of the system this build runs on.
     static PlatformServices createDefault();

@@ -1,9 +1,10 @@
 #include "SUUpdateAlert.h"
 
+#include "Platform.h"
 #include "SystemLog.h"
+#include "Workspace.h"
 
 #include <QCloseEvent>
-#include <QDesktopServices>
 #include <QDialogButtonBox>
 #include <QLabel>
 #include <QLoggingCategory>
@@ -119,7 +120,7 @@ void SUUpdateAlert::openDownloadPage(const QUrl& page)
 {
     const QString scheme = page.scheme().toLower();
     if (page.isValid() && (scheme == u"https"_s || scheme == u"http"_s))
-        QDesktopServices::openUrl(page);
+        Platform::workspace().openURL(page);
     else
         SystemLog::logText(u"Updater: not opening the download address \""_s + page.toString()
                            + u"\": only http and https addresses are opened"_s);

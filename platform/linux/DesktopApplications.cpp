@@ -114,3 +114,16 @@ std::variant<qint64, ZLError> DesktopApplications::launchIdentifier(const QStrin
         return ZLError(u"NSCocoaErrorDomain"_s, 260, u"No application is installed as "_s + bundleIdentifier);
     return launchEntryFile(*path);
 }
+
+std::optional<ZLError> DesktopApplications::openURL(const QUrl& url)
+{
+    const GioLibrary* gio = GioLibrary::instance();
+    if (!gio)
+        return ZLError(u"NSCocoaErrorDomain"_s, 3587,
+                       u"The library that starts applications cannot be loaded"_s);
+    GError* rawError = nullptr;
+    if (gio->appInfoLaunchDefaultForUri(url.toEncoded().constData(), nullptr, &rawError))
+        return std::nullopt;
+    const GErrorPtr error(rawError);
+    return error ? errorFrom(error.get()) : ZLError(u"NSPOSIXErrorDomain"_s, ECHILD, u"No handler started"_s);
+}

@@ -5,6 +5,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <QUrl>
 
 #include <optional>
 #include <variant>
@@ -26,6 +27,9 @@ public:
 
     // The entry for identifier X, read once, and its command.
     static std::optional<std::pair<DesktopEntry, Command>> installedEntry(const QString& bundleIdentifier);
+
+    // Opens an address with the desktop's default handler for its scheme (the browser for web pages).
+    static std::optional<ZLError> openURL(const QUrl& url);
 
     // Starts an entry detached: own session, standard streams on /dev/null.
     static std::variant<qint64, ZLError> launchEntryFile(const QString& entryPath);

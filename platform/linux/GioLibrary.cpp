@@ -25,7 +25,8 @@ const GioLibrary* GioLibrary::instance()
             || !resolve(handle, "g_desktop_app_info_new_from_filename", loaded.desktopAppInfoNewFromFilename)
             || !resolve(handle, "g_desktop_app_info_launch_uris_as_manager_with_fds",
                         loaded.launchUrisAsManagerWithFds)
-            || !resolve(handle, "g_object_unref", loaded.objectUnref)) {
+            || !resolve(handle, "g_object_unref", loaded.objectUnref)
+            || !resolve(handle, "g_app_info_launch_default_for_uri", loaded.appInfoLaunchDefaultForUri)) {
             SystemLog::logText(u"Cannot load GIO to start applications: "_s
                                + QString::fromLocal8Bit(dlerror()));
             return nullptr;

@@ -17,6 +17,8 @@ public:
                                            gint stdinFd, gint stdoutFd, gint stderrFd, GError** error)
         = nullptr;
     void (*objectUnref)(gpointer object) = nullptr;
+    gboolean (*appInfoLaunchDefaultForUri)(const char* uri, GAppLaunchContext* context, GError** error)
+        = nullptr;
 
 private:
     GioLibrary() = default;

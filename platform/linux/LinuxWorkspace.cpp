@@ -2,8 +2,8 @@
 
 #include "DesktopApplications.h"
 #include "ProcFs.h"
+#include "SystemLog.h"
 
-#include <QDesktopServices>
 #include <QThreadPool>
 
 using namespace Qt::Literals::StringLiterals;
@@ -73,5 +73,8 @@ bool LinuxWorkspace::launchApplication(const QString& name)
 
 bool LinuxWorkspace::openURL(const QUrl& url)
 {
-    return QDesktopServices::openUrl(url);
+    const std::optional<ZLError> error = DesktopApplications::openURL(url);
+    if (error)
+        SystemLog::logText(u"Cannot open "_s + url.toString() + u": "_s + error->localizedDescription());
+    return !error;
 }
