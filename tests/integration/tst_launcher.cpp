@@ -8,6 +8,12 @@
 static const QString window = u"window shown: MainWindow"_s;
 static const QString handedOver = u"handed over to the running launcher"_s;
 static const QString check = u"checkVersion"_s;
+// A desktop's X and D-Bus threads run in libraries that ThreadSanitizer cannot see into.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool onDesktop = false;
+#else
+constexpr bool onDesktop = true;
+#endif
 
 // The built launcher in a bundle of its own and a temporary home, with a stand-in pluginkit.
 class TestLauncher : public QObject {
@@ -137,17 +143,19 @@ private Q_SLOTS:
         // On a desktop with assistive technology on (its bus and window manager read the system's schemas and
         // themes).
         Launch bus, desktop;
-        bus.start(u"env"_s, {u"-u"_s, u"XDG_DATA_DIRS"_s, u"dbus-daemon"_s, u"--session"_s, u"--nofork"_s,
-                             u"--print-address=1"_s});
-        QVERIFY(m_bundle->startDisplay() && bus.waitFor(u"\n"_s));
-        m_bundle->env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, bus.output().trimmed());
-        m_bundle->env.insert(u"QT_LINUX_ACCESSIBILITY_ALWAYS_ON"_s, u"1"_s);
         m_bundle->env.insert(u"LC_ALL"_s, language);
         m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-first_TIME41"_s);
-        desktop.setProcessEnvironment(m_bundle->env);
-        desktop.start(u"env"_s, {u"-u"_s, u"XDG_DATA_DIRS"_s, u"-u"_s, u"XDG_CONFIG_DIRS"_s,
-                                 u"/usr/bin/python3"_s, QStringLiteral(ZQ_SUPPORT) + u"/desktop.py"_s});
-        QVERIFY2(desktop.waitFor(u"ready"_s), qPrintable(desktop.output()));
+        if (onDesktop) {
+            bus.start(u"env"_s, {u"-u"_s, u"XDG_DATA_DIRS"_s, u"dbus-daemon"_s, u"--session"_s, u"--nofork"_s,
+                                 u"--print-address=1"_s});
+            QVERIFY(m_bundle->startDisplay() && bus.waitFor(u"\n"_s));
+            m_bundle->env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, bus.output().trimmed());
+            m_bundle->env.insert(u"QT_LINUX_ACCESSIBILITY_ALWAYS_ON"_s, u"1"_s);
+            desktop.setProcessEnvironment(m_bundle->env);
+            desktop.start(u"env"_s, {u"-u"_s, u"XDG_DATA_DIRS"_s, u"-u"_s, u"XDG_CONFIG_DIRS"_s,
+                                     u"/usr/bin/python3"_s, QStringLiteral(ZQ_SUPPORT) + u"/desktop.py"_s});
+            QVERIFY2(desktop.waitFor(u"ready"_s), qPrintable(desktop.output()));
+        }
         QVERIFY(m_bundle->writeInfo("2.0")); // a checker that found an update stays
         auto first = m_bundle->launch({check});
         VERIFY_RUN(first->waitFor(u"update alert shown"_s) && QFile::exists(socket), first);
@@ -169,6 +177,11 @@ private Q_SLOTS:
                    first);
         // Once, with the log text as it has always been spelt; none for the other user.
         QCOMPARE(first->output().count(u"ZENLA Launcher applicationShouldHandleReopen"_s), 1);
+        QVERIFY(m_bundle->writeInfo("1.0"));
+        auto checker = m_bundle->launch({check}); // a checker never hands over: it checks
+        VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
+        if (!onDesktop)
+            return;
         // A screen reader reads the labels as shown; its Toggle starts the service as a click does.
         m_bundle->installService();
         auto reader = m_bundle->launch(
@@ -193,9 +206,6 @@ private Q_SLOTS:
             &desktop);
         QTRY_VERIFY_WITH_TIMEOUT(
             desktop.output().section(u"active: "_s, -1).section(u'\n', 0, 0) != u"other"_s, 15000);
-        QVERIFY(m_bundle->writeInfo("1.0"));
-        auto checker = m_bundle->launch({check}); // a checker never hands over: it checks
-        VERIFY_RUN(checker->finish() == 0 && !checker->says(handedOver), checker);
     }
 };
 
