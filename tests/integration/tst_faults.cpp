@@ -14,8 +14,7 @@
 
 namespace {
 
-// The errors each kind of call meets on a real machine: a full disk, a read-only or forbidden folder, a
-// failing disk, a process out of descriptors, no lock records left. Other kinds are not faulted.
+// The errors each kind of call meets on a real machine; other kinds are not faulted.
 QStringList errorsOf(const QString& kind, const QString& call)
 {
     static const QList<std::pair<QStringList, QString>> table{
@@ -39,9 +38,8 @@ QStringList errorsOf(const QString& kind, const QString& call)
     return errors.split(u' ', Qt::SkipEmptyParts);
 }
 
-// One path of the launcher as the user meets it: what is on disk, how it is started, and which of its calls
-// are faulted: a pattern on the file a call names (the home as "~"), on the folder of the unnamed file it
-// writes, or, for the launcher's own sockets, on "socket".
+// One path of the launcher: what is on disk, how it is started, and which calls are faulted: a pattern on
+// the file a call names (the home as "~"), the folder of an unnamed file, or "socket" for its own sockets.
 struct Path {
     QString name;
     QStringList arguments;
@@ -52,9 +50,8 @@ struct Path {
     QByteArray feed = "1.0"; // see LauncherBundle::writeInfo
 };
 
-// One call: the how-manyth of its kind among those that name the same file (or among all of its kind),
-// which is how strace -P finds it again whatever else the process does; and the fault it meets: an error's
-// name, or SIGKILL on entering it.
+// One call, as strace -P finds it again: the how-manyth of its kind naming the same file (or of all of its
+// kind); and its fault: an error's name, or SIGKILL on entering it.
 struct Fault {
     int path = 0;
     QString kind, file;
@@ -74,8 +71,7 @@ QByteArray flag(const char* value)
     return "<plist><dict><key>QREnabled</key><string>" + QByteArray(value) + "</string></dict></plist>";
 }
 
-// A list, a desktop entry or the preview state as its readers take it: whole, with no log line in it; an
-// entry, written in one piece, as a clean run writes it.
+// Whole as its readers take it, with no log line in it; an entry as a clean run writes it.
 bool whole(const QString& name, const QByteArray& bytes, const QByteArray& clean)
 {
     if (bytes.contains("ZELNA_LOG") || bytes.contains("zelna-quorin["))
@@ -89,8 +85,8 @@ bool whole(const QString& name, const QByteArray& bytes, const QByteArray& clean
     return name.endsWith(u".socket"_s); // nothing in it to cut
 }
 
-// Which call a line of strace's shows: its kind and the first file of the home it names, else how its
-// arguments begin (a call killed on entering it shows only those), without what differs from run to run.
+// Which call a line of strace's shows: its kind and first file of the home, else how its arguments begin
+// (all a killed call shows), without what differs from run to run.
 QString site(const QString& line)
 {
     static const QRegularExpression file(u"~/[^\"<>]*"_s), changing(u"0x[0-9a-f]+|[0-9]+"_s);
@@ -103,26 +99,21 @@ QString site(const QString& line)
 
 Q_DECLARE_METATYPE(Fault)
 
-// Set before main, while this is the only thread: a full disk, or no /proc, is a small file system mounted in
-// a mount namespace of this process's own.
+// Before main, while this is the only thread: a mount namespace of its own for a full disk or no /proc.
 static const bool privateMounts = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
                                   && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 
-// Under a sanitizer each call fails once, with its first error, and no kills: what the sanitizer looks at is
-// the code that meets a failure, which the other errors and the kills take again.
+// Under a sanitizer each call fails once, with its first error, and no kills: the same code meets them.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr bool sanitized = true;
 #else
 constexpr bool sanitized = false;
 #endif
 
-// Every call that the launcher's main thread makes on its own files and sockets, recorded by strace on a
-// clean run of each path, is made to fail with each error it can meet, and, apart from that, the launcher is
-// killed right after it (strace's fault injection). Then the launcher ended as the clean run did; every file
-// is whole, or as it was (the preview file may be gone: it is removed before it is written); no file is left
-// that a clean run does not leave, but for what a kill cut short or a lock whose removal failed, and after a
-// kill the next start ends as usual; unless the files are as after a clean run, one log line says what
-// failed.
+// Each call the main thread makes on the launcher's files and sockets in a clean run of each path fails with
+// each error it can meet, and apart from that the launcher is killed right after it. Then it ended as the
+// clean run did; every file is whole or as it was; no file is left that a clean run does not leave (but what
+// a kill cut short); after a kill the next start ends as usual; else one log line says what failed.
 class TestFaults : public QObject {
     Q_OBJECT
     std::unique_ptr<LauncherBundle> m_bundle;
@@ -131,8 +122,7 @@ class TestFaults : public QObject {
 
     QString home() const { return m_bundle->home().path(); }
     QString trace() const { return m_bundle->path(u"trace"_s); }
-    // The launcher's main thread alone (not its other threads, not the programs it starts), each descriptor
-    // shown with its file.
+    // The main thread alone, each descriptor shown with its file.
     QStringList strace() const
     {
         return {u"strace"_s, u"-qq"_s, u"-y"_s, u"-e"_s, u"signal=none"_s, u"-o"_s, trace()};
@@ -151,8 +141,7 @@ class TestFaults : public QObject {
                 && (!path.serviceRunning || QProcess::startDetached(m_bundle->service())));
     }
 
-    // The files the launcher keeps (and its private folder in TMPDIR, should it not use the runtime folder),
-    // by their names with the home as "~", check times made equal.
+    // The launcher's files (with its private folder in TMPDIR), by names with the home as "~", times equal.
     QMap<QString, QByteArray> files() const
     {
         static const QRegularExpression date(u"<date>[^<]*</date>"_s);
@@ -169,9 +158,8 @@ class TestFaults : public QObject {
         return found;
     }
 
-    // Runs the path, through a tracer when given; with a window, turns the preview off and then ends it as
-    // the session would. How it ended (128 and the number of a signal that ended it) and its files; nothing
-    // when it did not end in time.
+    // Runs the path, through a tracer if given; with a window, turns the preview off, then ends it as the
+    // session would. How it ended (128 + a signal) and its files; nothing when it did not end in time.
     std::optional<std::pair<int, QMap<QString, QByteArray>>> run(const Path& path, const QStringList& tracer,
                                                                  QString& output, const QString& prepare = {})
     {
@@ -276,7 +264,10 @@ private Q_SLOTS:
                                           : unnamed.match(shown).captured(1);
                 if (!call.hasMatch() || scope.isEmpty() || !scope.contains(faulted))
                     continue;
-                const QStringList errors = errorsOf(kind, shown);
+                // An unnamed file's close is counted among all closes, whose number varies with what a window
+                // loads; it changes nothing on disk, and a kill after the link meets the folder's close.
+                const QStringList errors
+                    = kind == u"close"_s && file.isEmpty() ? QStringList() : errorsOf(kind, shown);
                 const int ordinal = file.isEmpty() ? all : counts[kind + u' ' + file];
                 const QString where = u"%1 #%2 %3"_s.arg(kind).arg(ordinal).arg(file),
                               at = site(kind + u'(' + shown);
@@ -313,7 +304,7 @@ private Q_SLOTS:
                                 .replace(home(), u"~"_s)
                                 .section(u'\n', fault.ordinal - 1, fault.ordinal - 1);
         QVERIFY2(site(met) == fault.call && met.endsWith(kill ? u"= ?"_s : u"(INJECTED)"_s),
-                 qPrintable(u"the fault met another call: "_s + met));
+                 qPrintable(u"the fault met another call: "_s + met + u"\n"_s + output));
         QVERIFY2(outcome->first == (kill ? 128 + SIGKILL : cleanStatus),
                  qPrintable(u"ended with %1\n"_s.arg(outcome->first) + output));
         for (auto [name, bytes] : outcome->second.asKeyValueRange()) {
@@ -340,14 +331,11 @@ private Q_SLOTS:
         } else if (outcome->second != cleanFiles) {
             // One log line says what failed, with the reason strace gave; Qt names only the file of a lock it
             // cannot remove.
-            const QString reason = met.section(u'(', -2, -2).chopped(2);
-            const QString file
-                = fault.file.endsWith(u".lock"_s) ? QString(fault.file).replace(0, 1, home()) : reason;
-            QVERIFY2(output.split(u'\n')
-                             .filter(QRegularExpression(QRegularExpression::escape(reason) + u'|'
-                                                        + QRegularExpression::escape(file)))
-                             .size()
-                         == 1,
+            const QString reason = QRegularExpression::escape(met.section(u'(', -2, -2).chopped(2));
+            const QString file = fault.file.endsWith(u".lock"_s)
+                                     ? QRegularExpression::escape(QString(fault.file).replace(0, 1, home()))
+                                     : reason;
+            QVERIFY2(output.split(u'\n').filter(QRegularExpression(reason + u'|' + file)).size() == 1,
                      qPrintable(output));
         }
     }

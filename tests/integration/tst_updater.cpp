@@ -47,8 +47,7 @@ struct SkippingUser : SUUserDriver {
     }
 };
 
-// The update feed, the order of versions, and the updater against feeds in files and from a local
-// server; m_calls notes what it tells the test.
+// The feed, the order of versions, and the updater against feeds in files and from a local server.
 class TestUpdater : public QObject, public SUUpdaterDelegate {
     Q_OBJECT
     std::shared_ptr<RecordingLogSink> m_sink = RecordingLogSink::install();
@@ -86,8 +85,7 @@ class TestUpdater : public QObject, public SUUpdaterDelegate {
     }
 
 private Q_SLOTS:
-    // The server trickles a feed at "/trickle", a byte every 50 ms, answers with release notes or that there
-    // are none at "/notes…", and answers nothing to other paths.
+    // The server trickles a feed at "/trickle", serves release notes at "/notes…", and is silent otherwise.
     void initTestCase()
     {
         m_home.applyToProcess();
@@ -120,8 +118,7 @@ private Q_SLOTS:
         m_calls.clear();
     }
 
-    // A version other than the last launch's means the update was installed: told at once, and not again at a
-    // restart with the same version.
+    // A version other than the last launch's means the update was installed: told once.
     void relaunchIsToldAndNewerVersionsOfferedUntilSkipped()
     {
         Platform::defaults().open(u"zq.test"_s)->setValue(SUUpdater::lastLaunchedVersionKey, u"0.9"_s);
@@ -166,8 +163,7 @@ private Q_SLOTS:
                  qPrintable(log.join(u'\n')));
     }
 
-    // Automatic checks come an interval after the last one, one in the future (a clock set back) counting as
-    // now; turned off, no more come.
+    // Automatic checks come an interval after the last one (one in the future counts as now); off, none.
     void scheduledChecks()
     {
         const QDateTime start = m_clock.now();
@@ -234,8 +230,8 @@ private Q_SLOTS:
                  QList({order, -order, 0, 0}));
     }
 
-    // Linked notes are fetched when the window opens, in the language of the windows where the item has them;
-    // plain text is shown as text; a link that fails says so in the notes area.
+    // Linked notes are fetched when the window opens, in the windows' language where there are such; plain
+    // text is shown as text; a link that fails says so.
     void releaseNotesInTheWindow_data()
     {
         QTest::addColumn<QByteArray>("elements"); // the item's notes
@@ -284,7 +280,7 @@ private Q_SLOTS:
 #endif
     }
 
-    // Elements win over the enclosure's attributes; the newest item is of no named channel, for this system.
+    // Elements win over the enclosure's attributes; the newest item is of no channel, for this system.
     void readsItemsAndPicksTheNewestForThisSystem()
     {
         const auto appcast = SUAppcast::parse( // any prefix for the update framework's namespace

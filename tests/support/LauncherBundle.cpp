@@ -99,5 +99,8 @@ bool LauncherBundle::typeIntoWindow(const QStringList& keys) const
     tool.start(u"xdotool"_s, QStringList{u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s,
                                          u"^ZELNA Quorin$"_s, u"windowfocus"_s, u"--sync"_s, u"key"_s}
                                  + keys);
-    return tool.finish() == 0;
+    if (tool.finish() == 0)
+        return true;
+    qWarning("xdotool failed: %s", qPrintable(tool.output()));
+    return false;
 }
