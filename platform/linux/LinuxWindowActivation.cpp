@@ -1,7 +1,9 @@
 #include "WindowActivation.h"
 
 #include <QGuiApplication>
+#include <QPointer>
 #include <QTimer>
+#include <QWindow>
 #include <qpa/qplatformnativeinterface.h>
 
 #include <xcb/xcb.h>
@@ -50,6 +52,51 @@ void endStartupNotification(const QByteArray& id)
     xcb_flush(connection);
 }
 
+// The token goes where Qt's next window activation takes it from, and clears it. A window shown in this
+// turn takes it only once it is on screen: a compositor ignores the activation of a window that it does
+// not show yet, and spends the token all the same. Otherwise it is for this turn's activations only.
+class WaylandActivation : public QObject {
+public:
+    explicit WaylandActivation(const QByteArray& token) : QObject(qApp), m_token(token)
+    {
+        qputenv("XDG_ACTIVATION_TOKEN", token);
+        qApp->installEventFilter(this);
+        QTimer::singleShot(0, this, [this] {
+            if (m_shown)
+                return;
+            qunsetenv("XDG_ACTIVATION_TOKEN");
+            qApp->removeEventFilter(this);
+            deleteLater();
+        });
+    }
+
+private:
+    bool eventFilter(QObject* object, QEvent* event) override
+    {
+        auto* window = qobject_cast<QWindow*>(object);
+        if (!window || !window->isTopLevel() || (m_shown && window != m_shown))
+            return false;
+        if (event->type() == QEvent::Show && !m_shown) {
+            m_shown = window;
+            qunsetenv("XDG_ACTIVATION_TOKEN");
+        } else if (event->type() == QEvent::Expose && m_shown && window->isExposed()) {
+            // After the window has drawn itself in answer to this event: then the compositor shows it.
+            QTimer::singleShot(0, this, [this] {
+                qputenv("XDG_ACTIVATION_TOKEN", m_token);
+                if (m_shown)
+                    m_shown->requestActivate();
+                qunsetenv("XDG_ACTIVATION_TOKEN");
+                deleteLater();
+            });
+            qApp->removeEventFilter(this);
+        }
+        return false;
+    }
+
+    QByteArray m_token;
+    QPointer<QWindow> m_shown;
+};
+
 } // namespace
 
 void WindowActivation::useToken(const QByteArray& token)
@@ -58,7 +105,7 @@ void WindowActivation::useToken(const QByteArray& token)
         return;
     const QString system = QGuiApplication::platformName();
     if (system.startsWith(u"wayland")) {
-        qputenv("XDG_ACTIVATION_TOKEN", token); // the window's next activation uses it, once
+        new WaylandActivation(token); // deletes itself once the token is used or given up
     } else if (system == u"xcb") {
         // The startup id goes on the next window shown, which ends that start's feedback with it.
         QPlatformNativeInterface* native = QGuiApplication::platformNativeInterface();

@@ -9,6 +9,7 @@ ZQ_PACKAGES=(
     python3 desktop-file-utils appstream dpkg-dev file lintian clang-format clang-tidy-16
     xvfb xauth x11-utils xdotool imagemagick strace
     libxcb1-dev openbox python3-xlib dbus python3-pyatspi
+    systemd sway qt6-wayland
 )
 
 zq_missing_packages() {

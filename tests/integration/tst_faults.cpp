@@ -6,6 +6,7 @@
 #include <QDirIterator>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QScopeGuard>
 
 #include <csignal>
 
@@ -356,9 +357,11 @@ private Q_SLOTS:
         // The pipe cannot be opened anew through /proc: lines go out only when there is room.
         QTest::newRow("log reader not reading, no /proc") << fullPipe << u"/proc"_s;
         QTest::newRow("standard error on a full device") << u"exec 2>/dev/full"_s << QString();
-        // As a session or a unit starts it: its lines reach the journal once, through syslog.
+        // With a journal (on a /run of its own): as from a terminal; as a session or a unit starts it.
+        QTest::newRow("journal running") << QString() << u"/run"_s;
         QTest::newRow("standard error is the journal")
-            << u"export JOURNAL_STREAM=$(stat -Lc %d:%i /proc/$$/fd/2)"_s << QString();
+            << u"exec systemd-cat -t zq sh -c 'JOURNAL_STREAM=$(stat -Lc %d:%i /proc/$$/fd/2) exec \"$0\" \"$@\"' \"$0\" \"$@\""_s
+            << u"/run"_s;
         QTest::newRow("configuration folder full") << u"cat /dev/zero >config/fill 2>&-"_s << u"config"_s;
     }
     void surroundings()
@@ -381,9 +384,26 @@ private Q_SLOTS:
             QSKIP("the sanitizers' own runtime reads /proc");
         restore(m_paths[path]);
         QVERIFY(folder.isEmpty()
-                || ::mount("zq-empty", QFile::encodeName(folder), "tmpfs", 0, "size=64k") == 0);
+                || ::mount("zq-empty", QFile::encodeName(folder), "tmpfs", 0, full ? "size=64k" : nullptr)
+                       == 0);
+        // syslog(3) reaches the journal through /dev/log, made for the run where there is none (a container).
+        const bool linked
+            = folder == u"/run"_s && QFile::link(u"/run/systemd/journal/dev-log"_s, u"/dev/log"_s);
+        const auto unlink = qScopeGuard([linked] {
+            if (linked)
+                QFile::remove(u"/dev/log"_s);
+        });
+        Launch journal, journalctl;
+        if (folder == u"/run"_s)
+            journal.start(u"/lib/systemd/systemd-journald"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !journal.state() || QFile::exists(u"/run/systemd/journal/io.systemd.journal"_s), 15000);
         QString output;
         const auto outcome = run(m_paths[path], {}, output, prepare);
+        if (journal.state()) // all it was sent, once written
+            journalctl.startCommand(
+                u"sh -c \"journalctl --sync && journalctl -D /run/log/journal -o cat -t zq -t zelna-quorin\""_s);
+        QVERIFY(!journal.state() || journalctl.finish() == 0);
         QVERIFY(folder.isEmpty() || ::umount2(QFile::encodeName(folder), MNT_DETACH) == 0);
         QVERIFY2(outcome && outcome->first == m_clean[path].first, qPrintable(output));
         // On the full folder nothing is left but what filled it.
@@ -393,7 +413,14 @@ private Q_SLOTS:
             expected.removeIf([](auto file) { return file.key().startsWith(u"~/config/"_s); });
         }
         QCOMPARE(left, expected);
-        QVERIFY2(!prepare.contains(u"JOURNAL"_s) || !output.contains(u"zelna-quorin["_s), qPrintable(output));
+        // Each line once in the journal, through syslog; on standard error too, unless that is the journal.
+        const QString logged = journalctl.output(),
+                      printed = QString(output).remove(QRegularExpression(
+                          u"(?m)^(?!.*zelna-quorin\\[).*\\n|^.*?zelna-quorin\\[\\d+:\\d+\\] "_s));
+        QVERIFY2(folder != u"/run"_s
+                     || (!logged.isEmpty() && !logged.contains(u"zelna-quorin["_s)
+                         && printed == (prepare.isEmpty() ? logged : QString())),
+                 qPrintable(logged + output));
     }
 };
 

@@ -47,6 +47,7 @@ private Q_SLOTS:
         m_bundle = LauncherBundle::make();
         QVERIFY(m_bundle);
     }
+    void cleanup() { TempHome::killAll(m_bundle->service()); }
 
     void start_data()
     {
@@ -206,6 +207,35 @@ private Q_SLOTS:
             &desktop);
         QTRY_VERIFY_WITH_TIMEOUT(
             desktop.output().section(u"active: "_s, -1).section(u'\n', 0, 0) != u"other"_s, 15000);
+        // On Wayland, under a compositor of another user's (not root's) that opens the windows out of sight,
+        // each forwarded token brings them forward, once: a window shown then, and one on screen already.
+        const QString wayland = path(u"wayland"_s), focus = u"\"change\": \"focus\""_s;
+        QVERIFY(QDir().mkdir(wayland) && QFile::setPermissions(wayland, QFile::Permissions(0x7777))
+                && TempHome::letOthersThrough(path(u"."_s)) && m_bundle->writeInfo("2.0")
+                && TempHome::writeFile(wayland + u"/config"_s,
+                                       "focus_on_window_activation focus\nassign [app_id=com.zelna.Quorin] "
+                                       "workspace 2\nexec swaymsg -r -t subscribe -m '[\"window\"]'\n"));
+        Launch sway;
+        if (::geteuid() == 0)
+            TempHome::runAsNobody(sway);
+        sway.start(u"env"_s, {u"XDG_RUNTIME_DIR="_s + wayland, u"WLR_BACKENDS=headless"_s,
+                              u"WLR_RENDERER=pixman"_s, u"sway"_s, u"-c"_s, wayland + u"/config"_s});
+        m_bundle->env.insert(u"WAYLAND_DISPLAY"_s, wayland + u"/wayland-1"_s);
+        m_bundle->env.insert(u"QT_QPA_PLATFORM"_s, u"wayland"_s);
+        m_bundle->env.insert(u"WAYLAND_DEBUG"_s, u"client"_s); // every request it sends, on standard error
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(wayland + u"/wayland-1"_s), 15000);
+        first.reset(); // before its successor claims the session
+        first = m_bundle->launch({check});
+        VERIFY_RUN(first->waitFor(u"update alert shown"_s), first);
+        const QString token = u"export XDG_ACTIVATION_TOKEN=$(python3 "_s + QStringLiteral(ZQ_SUPPORT)
+                              + u"/activation-token.py)"_s;
+        for (const QString& before : {u""_s, u"swaymsg -s wayland/sway-ipc.*.sock workspace 1\n"_s}) {
+            const qsizetype focused = sway.output().count(focus);
+            VERIFY_RUN(m_bundle->launch({}, true, before + token)->finish() == 0
+                           && QTest::qWaitFor([&] { return sway.output().count(focus) > focused; }, 15000),
+                       &sway);
+        }
+        QCOMPARE(first->output().count(u".activate(\""_s), 2);
     }
 };
 
