@@ -356,7 +356,6 @@ private Q_SLOTS:
         QTest::newRow("log reader not reading") << fullPipe << QString();
         // The pipe cannot be opened anew through /proc: lines go out only when there is room.
         QTest::newRow("log reader not reading, no /proc") << fullPipe << u"/proc"_s;
-        QTest::newRow("standard error on a full device") << u"exec 2>/dev/full"_s << QString();
         // With a journal (on a /run of its own): as from a terminal; as a session or a unit starts it.
         QTest::newRow("journal running") << QString() << u"/run"_s;
         QTest::newRow("standard error is the journal")
