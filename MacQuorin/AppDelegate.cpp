@@ -3,10 +3,9 @@
 #include "Application.h"
 #include "Bundle.h"
 #include "DispatchQueue.h"
+#include "LauncherWindows.h"
 #include "ServiceEnableHandler.h"
-#include "Storyboard.h"
 #include "UpdateDelegate.h"
-#include "WindowController.h"
 #include "Platform.h"
 #include "SystemLog.h"
 #include "Workspace.h"
@@ -20,15 +19,6 @@ AppDelegate::AppDelegate()
 { }
 
 AppDelegate::~AppDelegate() = default;
-
-WindowController& AppDelegate::controller()
-{
-    if (!m_controller) {
-        m_controller = Storyboard::storyboardWithName(u"Main"_s, Bundle::main())
-                           .instantiateControllerWithIdentifier(u"MainWindow"_s);
-    }
-    return *m_controller;
-}
 
 void AppDelegate::applicationDidFinishLaunching()
 {
@@ -70,9 +60,14 @@ void AppDelegate::switchPolicyToRegularIfNeeded()
 
 void AppDelegate::setAppPolicyToRegular()
 {
+    LauncherWindows* windows = Application::shared()->windows();
+    if (!windows) { // their module could not be loaded, as logged: a start with nothing to show ends
+        UpdateDelegate::endProcess(1);
+        return;
+    }
     Application::shared()->setActivationPolicy(Application::Regular);
     hasShownWindow = true;
-    controller().showWindow();
+    windows->showSettingsWindow();
 
     Workspace& workspace = Platform::workspace();
     const QList<RunningApplication> docks = workspace.runningApplications(u"com.apple.dock"_s);

@@ -8,7 +8,6 @@
 #include <memory>
 
 class UpdateDelegate;
-class WindowController;
 
 // The application's delegate: applies the service state at launch, sets up
 // the updater, and shows the settings window unless it only checks for updates.
@@ -29,13 +28,8 @@ public:
     bool applicationShouldTerminateAfterLastWindowClosed() override { return true; }
     bool applicationShouldHandleReopen(bool hasVisibleWindows) override;
 
-    // The settings window's controller, made on first use.
-    WindowController& controller();
-
 private:
     static void finishLaunchLogic(const std::shared_ptr<AppDelegate>& delegate);
     void switchPolicyToRegularIfNeeded();
     void setAppPolicyToRegular();
-
-    std::unique_ptr<WindowController> m_controller;
 };

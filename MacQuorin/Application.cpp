@@ -2,22 +2,22 @@
 
 #include "ApplicationDelegate.h"
 #include "LauncherLogging.h"
-#include "WindowActivation.h"
+#include "LauncherWindows.h"
 
-#include <QApplication>
-#include <QWidget>
+#include <QCoreApplication>
 
 namespace {
 Application* g_shared = nullptr;
 } // namespace
 
-Application::Application(QStringList arguments, ActivationPolicy initialPolicy)
+Application::Application(QStringList arguments, ActivationPolicy initialPolicy, LauncherWindows* windows)
     : m_arguments(std::move(arguments))
+    , m_windows(windows)
     , m_policy(initialPolicy)
 {
     g_shared = this;
-    if (auto* gui = qobject_cast<QGuiApplication*>(QCoreApplication::instance())) // none without a display
-        connect(gui, &QGuiApplication::lastWindowClosed, this, &Application::lastWindowClosed);
+    if (m_windows)
+        m_windows->onLastWindowClosed(this, [this] { lastWindowClosed(); });
 }
 
 Application::~Application()
@@ -38,20 +38,15 @@ bool Application::setActivationPolicy(ActivationPolicy policy)
     return true;
 }
 
-bool Application::hasVisibleWindows()
+bool Application::hasVisibleWindows() const
 {
-    const QWidgetList windows = QApplication::topLevelWidgets();
-    return std::any_of(windows.cbegin(), windows.cend(), [](const QWidget* w) { return w->isVisible(); });
+    return m_windows && m_windows->hasVisibleWindows();
 }
 
 void Application::activateIgnoringOtherApps(bool)
 {
-    for (QWidget* window : QApplication::topLevelWidgets()) {
-        if (window->isVisible()) {
-            window->raise();
-            window->activateWindow();
-        }
-    }
+    if (m_windows)
+        m_windows->activate();
     qCDebug(lcLauncher, "application activated");
 }
 
@@ -67,7 +62,8 @@ void Application::reopen(const QByteArray& activationToken)
     // the user's action that asked for it; handed over before the window is shown.
     if (!activationToken.isEmpty()) {
         qCDebug(lcLauncher, "reopen with activation token %s", activationToken.constData());
-        WindowActivation::useToken(activationToken);
+        if (m_windows)
+            m_windows->useActivationToken(activationToken);
     }
     // When the delegate agrees, the usual handling follows: bring the windows forward.
     if (m_delegate && m_delegate->applicationShouldHandleReopen(hasVisibleWindows()) && hasVisibleWindows())

@@ -6,6 +6,7 @@
 #include <atomic>
 
 class ApplicationDelegate;
+class LauncherWindows;
 
 // The shared application object: activation policy, activation, and the
 // delegate's launch, reopen and last-window questions.
@@ -14,13 +15,15 @@ class Application : public QObject {
 public:
     enum ActivationPolicy { Regular = 0, Accessory = 1, Prohibited = 2 };
 
-    // arguments: the process's own, as it was started.
-    explicit Application(QStringList arguments, ActivationPolicy initialPolicy = Accessory);
+    // arguments: the process's own, as it was started; windows: none without a display or their module.
+    explicit Application(QStringList arguments, ActivationPolicy initialPolicy = Accessory,
+                         LauncherWindows* windows = nullptr);
     ~Application() override;
 
     static Application* shared();
 
     const QStringList& arguments() const { return m_arguments; }
+    LauncherWindows* windows() const { return m_windows; }
     ActivationPolicy activationPolicy() const { return m_policy.load(); }
     bool setActivationPolicy(ActivationPolicy policy);
     // Raises and focuses the application's windows.
@@ -34,9 +37,10 @@ public:
 
 private:
     void lastWindowClosed();
-    static bool hasVisibleWindows();
+    bool hasVisibleWindows() const;
 
     QStringList m_arguments;
+    LauncherWindows* m_windows;
     std::atomic<ActivationPolicy> m_policy;
     ApplicationDelegate* m_delegate = nullptr;
 };

@@ -5,15 +5,16 @@
 #include "Bundle.h"
 #include "HeadlessUserDriver.h"
 #include "LauncherLogging.h"
+#include "LauncherWindowsFactory.h"
 #include "InstanceChannel.h"
 #include "Platform.h"
+#include "PluginModule.h"
 #include "ServiceEnableHandler.h"
-#include "SUStandardUserDriver.h"
 #include "SUUpdater.h"
-#include "Translations.h"
+#include "SystemLog.h"
 #include "UpdateDelegate.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -21,7 +22,7 @@ Q_LOGGING_CATEGORY(lcLauncher, "zelna.launcher", QtWarningMsg)
 
 namespace {
 
-std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle, bool headless, const QString& language)
+std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle, LauncherWindows* windows)
 {
     SUUpdater::Host host;
     host.bundleVersion = bundle.objectForInfoDictionaryKey(u"CFBundleVersion"_s).toString();
@@ -37,13 +38,25 @@ std::unique_ptr<SUUpdater> makeSharedUpdater(const Bundle& bundle, bool headless
     host.moduleDirectory = bundle.modulePath();
     const QString name = bundle.objectForInfoDictionaryKey(u"CFBundleName"_s).toString();
     std::unique_ptr<SUUserDriver> driver;
-    if (headless)
-        driver = std::make_unique<HeadlessUserDriver>();
+    if (windows)
+        driver = windows->makeUserDriver(name.isEmpty() ? u"ZELNA Quorin"_s : name);
     else
-        driver = std::make_unique<SUStandardUserDriver>(name.isEmpty() ? u"ZELNA Quorin"_s : name, language);
+        driver = std::make_unique<HeadlessUserDriver>();
     auto updater = std::make_unique<SUUpdater>(std::move(host), std::move(driver));
     SUUpdater::setSharedUpdater(updater.get());
     return updater;
+}
+
+// The windows' module makes the application object, then the windows; nothing, and the loader's reason
+// logged, when it cannot be loaded.
+LauncherWindowsFactory* loadWindows()
+{
+    QString error;
+    auto* module = PluginModule::instance<LauncherWindowsFactory>(Bundle::main().modulePath(),
+                                                                  LauncherWindowsFactory::moduleName, &error);
+    if (!module)
+        SystemLog::logText(u"The windows cannot be shown: "_s + error);
+    return module;
 }
 
 QStringList processArguments(int argc, char* argv[])
@@ -74,28 +87,26 @@ int ApplicationMain(int argc, char* argv[])
     // The launch pass's election runs while the application is set up; the pass waits for it.
     ServiceEnableHandler::startElectionEarly();
 
+    // Without windows (no display, or no module for them) a checker logs what it finds, and any other start
+    // ends once the launch pass is done.
     std::unique_ptr<QCoreApplication> app;
-    std::unique_ptr<QTranslator> translator; // the windows in the user's language, where there is one
-    if (headless) {
-        app = std::make_unique<QCoreApplication>(argc, argv);
+    std::unique_ptr<LauncherWindows> windows; // destroyed before the application object
+    if (LauncherWindowsFactory* module = headless ? nullptr : loadWindows()) {
+        app = module->makeApplication(argc, argv);
+        windows = module->create(Bundle::main());
     } else {
-        app = std::make_unique<QApplication>(argc, argv);
-        if ((translator = Translations::load(QLocale(), Bundle::main())))
-            QCoreApplication::installTranslator(translator.get());
-        QApplication::setQuitOnLastWindowClosed(false); // the delegate decides
-        QApplication::setApplicationDisplayName(u"ZELNA Quorin"_s);
-        QGuiApplication::setDesktopFileName(u"com.zelna.Quorin"_s);
+        app = std::make_unique<QCoreApplication>(argc, argv);
     }
 
     Platform::quitOnTerminationSignals();
 
-    Application application(arguments);
-    if (role == InstanceChannel::Role::Listening)
+    Application application(arguments, Application::Accessory, windows.get());
+    if (role == InstanceChannel::Role::Listening && windows)
         Platform::instanceChannel().listen(
             [&application](const QByteArray& token) { application.reopen(token); });
-    // The release notes in the language of the windows, where the feed has them.
-    const std::unique_ptr<SUUpdater> updater
-        = makeSharedUpdater(Bundle::main(), headless, translator ? translator->language() : u"en"_s);
+    else if (role == InstanceChannel::Role::Listening)
+        Platform::instanceChannel().close(); // nothing to reopen: a later start takes the place
+    const std::unique_ptr<SUUpdater> updater = makeSharedUpdater(Bundle::main(), windows.get());
     const auto delegate = std::make_shared<AppDelegate>();
     application.setDelegate(delegate.get());
     application.finishLaunching();

@@ -1,23 +1,25 @@
-// The least a Qt program does to check a feed and end: fetch it and quit.
-// With --core it uses a non-GUI application object.
+// The least a Qt program does to check a feed and end: fetch it and quit. Built twice: minimal_checker makes
+// a QApplication, as a start with a display does; minimal_core_checker a QCoreApplication, and it links Qt
+// Core and Network alone, as a check without a display needs.
+#if defined(ZQ_CORE_ONLY)
+#include <QCoreApplication>
+using Application = QCoreApplication;
+#else
 #include <QApplication>
+using Application = QApplication;
+#endif
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QUrl>
 
-#include <cstring>
-#include <memory>
-
 int main(int argc, char* argv[])
 {
-    const bool core = argc > 2 && std::strcmp(argv[1], "--core") == 0;
-    std::unique_ptr<QCoreApplication> app
-        = core ? std::make_unique<QCoreApplication>(argc, argv) : std::make_unique<QApplication>(argc, argv);
+    Application app(argc, argv);
     QNetworkAccessManager network;
     QNetworkReply* reply = network.get(QNetworkRequest(QUrl(QString::fromLocal8Bit(argv[argc - 1]))));
-    QObject::connect(reply, &QNetworkReply::finished, app.get(), [reply] {
+    QObject::connect(reply, &QNetworkReply::finished, &app, [reply] {
         reply->readAll();
         QCoreApplication::exit(reply->error() == QNetworkReply::NoError ? 0 : 1);
     });
-    return app->exec();
+    return Application::exec();
 }

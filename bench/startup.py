@@ -5,6 +5,8 @@ Measures, in one run and interleaved:
   - start to window shown: zelna-quorin against minimal_window (same Main.ui);
   - the checker round trip: `zelna-quorin checkVersion` against a local feed with
     no newer version, beside minimal_checker fetching the same feed;
+  - the same without a display (as from a timer, cron or ssh), beside
+    minimal_core_checker (Qt Core and Network alone, no Qt Gui mapped);
   - resident memory a second after the window is shown, against minimal_window;
   - one enabled launch pass over about 500 processes (bench_servicepass).
 Each ratio is printed beside its target. With --plot FILE, the start-up times
@@ -43,6 +45,7 @@ launcher = os.path.join(build, "bin", "zelna-quorin")
 main_ui = os.path.join(build, "share", "zelna-quorin", "Main.ui")
 minimal_window = os.path.join(build, "bench", "minimal_window")
 minimal_checker = os.path.join(build, "bench", "minimal_checker")
+minimal_core_checker = os.path.join(build, "bench", "minimal_core_checker")
 
 home = tempfile.mkdtemp(prefix="zq-startup-")
 fakebin = os.path.join(home, "bin")
@@ -82,6 +85,9 @@ env = dict(os.environ, HOME=home, XDG_CONFIG_HOME=os.path.join(home, "config"),
            XDG_DATA_HOME=os.path.join(home, "data"), XDG_RUNTIME_DIR=runtime,
            PATH=fakebin + ":" + os.environ.get("PATH", ""), QT_QPA_PLATFORM="offscreen",
            QT_LOGGING_RULES="zelna.launcher.debug=true")
+# No display at all, as a timer, cron or ssh starts a check.
+windowless = {name: value for name, value in env.items()
+              if name not in ("DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM")}
 
 
 def until_shown(command, settle=0.0):
@@ -107,10 +113,10 @@ def until_shown(command, settle=0.0):
     return elapsed
 
 
-def round_trip(command):
+def round_trip(command, environment=env):
     begin = time.perf_counter()
     # No timeout: waiting with one makes Python poll with growing sleeps, which blurs the figures.
-    result = subprocess.run(command, env=env, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    result = subprocess.run(command, env=environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     elapsed = time.perf_counter() - begin
     if result.returncode != 0:
         raise SystemExit(" ".join(command) + " ended with " + str(result.returncode))
@@ -122,11 +128,14 @@ cases = {
     "window: minimal Qt": lambda: until_shown([minimal_window, main_ui]),
     "checker: zelna-quorin checkVersion": lambda: round_trip([bundled, "checkVersion"]),
     "checker: minimal Qt (QApplication)": lambda: round_trip([minimal_checker, feed_url]),
-    "checker: minimal Qt (QCoreApplication)": lambda: round_trip([minimal_checker, "--core", feed_url]),
+    "windowless checker: zelna-quorin": lambda: round_trip([bundled, "checkVersion"], windowless),
+    "windowless checker: minimal Qt Core": lambda: round_trip([minimal_core_checker, feed_url], windowless),
 }
 if before:
     cases["window: zelna-quorin before"] = lambda: until_shown([bundled_before])
     cases["checker: zelna-quorin before"] = lambda: round_trip([bundled_before, "checkVersion"])
+    cases["windowless checker: zelna-quorin before"] = lambda: round_trip([bundled_before, "checkVersion"],
+                                                                          windowless)
 times = {name: [] for name in cases}
 for name, case in cases.items():  # warm-up
     case()
@@ -154,6 +163,8 @@ rows = [
     ("start to window shown", median["window: zelna-quorin"], median["window: minimal Qt"], "ms", 1.15),
     ("checker round trip, no update", median["checker: zelna-quorin checkVersion"],
      median["checker: minimal Qt (QApplication)"], "ms", 1.05),
+    ("windowless checker", median["windowless checker: zelna-quorin"],
+     median["windowless checker: minimal Qt Core"], "ms", 1.10),
     ("resident memory, window open and idle", rss["launcher"], rss["minimal"], "MiB", 1.20),
 ]
 print()
@@ -167,9 +178,8 @@ mark = "" if pass_ms < 5 else " (over)"
 print(f"| one enabled launch pass, 500 processes | {pass_ms:.1f} ms{mark} | — | — | < 5 ms |")
 if before:
     print(f"before: window {median['window: zelna-quorin before'] / median['window: minimal Qt']:.2f}, "
-          f"checker {median['checker: zelna-quorin before'] / median['checker: minimal Qt (QApplication)']:.2f}")
-print(f"(checker against a QCoreApplication: "
-      f"{median['checker: zelna-quorin checkVersion'] / median['checker: minimal Qt (QCoreApplication)']:.2f})")
+          f"checker {median['checker: zelna-quorin before'] / median['checker: minimal Qt (QApplication)']:.2f}, "
+          f"windowless checker {median['windowless checker: zelna-quorin before'] / median['windowless checker: minimal Qt Core']:.2f}")
 
 if plot:
     try:

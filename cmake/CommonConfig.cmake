@@ -37,6 +37,15 @@ function(zq_add_plugin target name)
     install(TARGETS ${target} LIBRARY DESTINATION lib/zelna-quorin/plugins)
 endfunction()
 
+# TARGET is compiled against the headers of LIBS (and of what they use) without linking their code: in the
+# windows module that code is the executable's, so there is one copy of its state. A program that links
+# TARGET links LIBS too.
+function(zq_use_headers target)
+    foreach(lib IN LISTS ARGN)
+        target_include_directories(${target} PUBLIC $<TARGET_PROPERTY:${lib},INTERFACE_INCLUDE_DIRECTORIES>)
+    endforeach()
+endfunction()
+
 # Adds one Qt Test executable as one ctest.
 function(zq_add_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 #include <memory>
 
 class CommandRunner;
@@ -41,6 +43,8 @@ public:
 
     // Whether windows can be shown at all (a timer or a remote shell may have no display).
     static bool hasDisplay();
+    // The running program's folder, known before the application object is made.
+    static QString executableDirectory();
 
     // Ends the event loop, rather than the process, when the session or a terminal asks the
     // program to end. Needs the application object.

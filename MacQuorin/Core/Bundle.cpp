@@ -5,7 +5,6 @@
 #include "PlistDocument.h"
 #include "SystemLog.h"
 
-#include <QCoreApplication>
 #include <QDir>
 
 using namespace Qt::Literals::StringLiterals;
@@ -40,7 +39,7 @@ Bundle::Bundle(const QString& binDirectory)
 
 const Bundle& Bundle::main()
 {
-    static const Bundle bundle(QCoreApplication::applicationDirPath());
+    static const Bundle bundle(Platform::executableDirectory());
     return bundle;
 }
 

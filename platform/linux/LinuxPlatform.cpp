@@ -11,6 +11,10 @@
 #include "TerminationSignals.h"
 #include "XdgLoginItems.h"
 
+#include <QFileInfo>
+
+#include <sys/auxv.h>
+
 PlatformServices Platform::createDefault()
 {
     PlatformServices services;
@@ -35,6 +39,19 @@ bool Platform::hasDisplay()
     // A platform chosen by name (offscreen, vnc, ...) needs no display server.
     return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
            || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+}
+
+QString Platform::executableDirectory()
+{
+    // The kernel's link names the program itself, whatever link it was started through; without /proc, the
+    // file it was started as, whose name the kernel hands over by its address.
+    QString path = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
+    if (path.isEmpty()) {
+        const auto* started
+            = reinterpret_cast<const char*>(::getauxval(AT_EXECFN)); // NOLINT(performance-no-int-to-ptr)
+        path = QFileInfo(QFile::decodeName(started)).canonicalFilePath();
+    }
+    return QFileInfo(path).path();
 }
 
 void Platform::quitOnTerminationSignals()

@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QScopeGuard>
 
+#include <climits>
 #include <csignal>
 
 #include <sched.h>
@@ -169,12 +170,20 @@ class TestFaults : public QObject {
         m_bundle->env.insert(u"ASAN_OPTIONS"_s,
                              tracer.isEmpty() ? qEnvironmentVariable("ASAN_OPTIONS") : u"detect_leaks=0"_s);
         auto run = m_bundle->launch(path.arguments, path.display != u"none"_s, prepare, tracer);
+        const auto launcher = [this] { // its pid, not its tracer's
+            for (const ProcFs::Process& process : ProcFs().processes())
+                if (process.executable == m_bundle->path(u"bundle/bin/zelna-quorin"_s))
+                    return process.pid;
+            return qint64(0);
+        };
         if (path.display == u"xcb"_s) {
             const QString preview = QString(previewFile).replace(0, 1, home()),
                           before = TempHome::readFile(preview);
             // Keys once the launcher has activated its window, which would otherwise take the focus back.
-            if (run->waitFor(u"application activated"_s))
-                m_bundle->typeIntoWindow({u"Tab"_s, u"space"_s});
+            // Each of the thousands of calls before is a stop for the tracer: on a busy machine that outlasts
+            // any fixed wait, and the table's own time-out bounds it.
+            if (run->waitFor(u"application activated"_s, INT_MAX))
+                m_bundle->typeIntoWindow(launcher(), {u"Tab"_s, u"space"_s});
             // Written, or failed and said so, or the launcher was killed.
             (void)QTest::qWaitFor(
                 [&] {
@@ -182,9 +191,8 @@ class TestFaults : public QObject {
                            || run->state() == QProcess::NotRunning;
                 },
                 20000);
-            for (const ProcFs::Process& process : ProcFs().processes()) // the launcher, not its tracer
-                if (process.executable == m_bundle->path(u"bundle/bin/zelna-quorin"_s))
-                    ::kill(pid_t(process.pid), SIGTERM);
+            if (const qint64 pid = launcher())
+                ::kill(pid_t(pid), SIGTERM);
         }
         const bool ended = run->state() == QProcess::NotRunning || run->waitForFinished(30000);
         output = run->output();

@@ -67,7 +67,12 @@ private Q_SLOTS:
         QTest::newRow("checker, another plug-in as the network module")
             << "other module"_ba << check << 1
             << u"it does not offer com.zelna.Quorin.SUFeedDownloadFactory"_s;
-        // With no display, no one can see a window: what was found is logged.
+        // With no display, or no windows module, no one can see a window: a checker logs what it found, and
+        // any other start ends after its pass.
+        QTest::newRow("checker, no windows module")
+            << "no windows"_ba << check << 2 << u"plugins/libzq-windows.so cannot be loaded: "_s;
+        QTest::newRow("no windows module")
+            << "no windows"_ba << u""_s << 1 << u"cannot be shown: the module"_s;
         QTest::newRow("no display, no newer version") << "1.0"_ba << u"-"_s + check << 0 << u""_s;
         QTest::newRow("no display, newer version")
             << "2.0"_ba << u"-"_s + check << 2
@@ -94,12 +99,15 @@ private Q_SLOTS:
         QVERIFY(m_bundle->writeInfo(feed));
         const bool display = !arguments.startsWith(u'-');
         arguments.remove(0, display ? 0 : 1);
-        auto run = m_bundle->launch(arguments.split(u' ', Qt::SkipEmptyParts), display);
+        // Without a display, the dynamic loader maps nothing of Qt Gui, as it tells.
+        auto run = m_bundle->launch(arguments.split(u' ', Qt::SkipEmptyParts), display,
+                                    display ? u""_s : u"export LD_DEBUG=files"_s);
         // Still running means no update found does not end the others.
         VERIFY_RUN(status < 0 ? run->waitFor(shown) && run->state() == QProcess::Running
                               : run->finish() == status,
                    run);
         VERIFY_RUN(run->says(shown) && (shown == window || !run->says(window)), run);
+        VERIFY_RUN(display || (run->says(u"libQt6Core"_s) && !run->says(u"libQt6Gui"_s)), run);
         // Log lines on standard error after local time to the millisecond, program, pid and thread.
         static const QRegularExpression logLine(
             uR"((?m)^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} zelna-quorin\[\d+:\d+\] )"_s);

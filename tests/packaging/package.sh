@@ -17,7 +17,7 @@ dbgsym=$(ls "$work"/out/zelna-quorin-dbgsym_*.ddeb) # the symbols lintian wants 
 dpkg-deb -c "$dbgsym" | grep '/usr/lib/debug/\.build-id/.*\.debug$' >/dev/null || { echo "FAIL: no symbols in $dbgsym"; exit 1; }
 contents=$(dpkg-deb -c "$deb" | awk '{ print $6 }')
 share=./usr/share
-for path in ./usr/bin/zelna-quorin ./usr/lib/zelna-quorin/plugins/libzq-{feed-download,ui-reader}.so $share/zelna-quorin/{Info.plist,Main.ui,translations/zelna-quorin_{de,fr}.qm} \
+for path in ./usr/bin/zelna-quorin ./usr/lib/zelna-quorin/plugins/libzq-{feed-download,ui-reader,windows}.so $share/zelna-quorin/{Info.plist,Main.ui,translations/zelna-quorin_{de,fr}.qm} \
     $share/{applications/com.zelna.Quorin.desktop,metainfo/com.zelna.Quorin.metainfo.xml,man/man1/zelna-quorin.1.gz} \
     $share/icons/hicolor/{scalable/apps/com.zelna.Quorin.svg,{48x48,256x256}/apps/com.zelna.Quorin.png} \
     ./usr/lib/systemd/user/zelna-quorin-check.{service,timer} $share/doc/zelna-quorin/copyright; do

@@ -10,6 +10,7 @@ namespace {
 
 const QString networkModule = u"lib/zelna-quorin/plugins/libzq-feed-download.so"_s;
 const QString uiReader = u"lib/zelna-quorin/plugins/libzq-ui-reader.so"_s;
+const QString windowsModule = u"lib/zelna-quorin/plugins/libzq-windows.so"_s;
 const char* const feedXml = "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\">"
                             "<channel><item><sparkle:version>%1</sparkle:version></item></channel></rss>";
 const char* const infoXml = "<plist><dict>%1<key>CFBundleIdentifier</key><string>com.zelna.Quorin</string>"
@@ -28,7 +29,7 @@ std::unique_ptr<LauncherBundle> LauncherBundle::make()
     const QString built = QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath() + u"/../"_s;
     for (const QString& part :
          {u"share/zelna-quorin/Main.ui"_s, u"share/zelna-quorin/translations/zelna-quorin_de.qm"_s,
-          u"share/zelna-quorin/translations/zelna-quorin_fr.qm"_s, networkModule, uiReader})
+          u"share/zelna-quorin/translations/zelna-quorin_fr.qm"_s, networkModule, uiReader, windowsModule})
         parts.append({built + part, part});
     for (const auto& [from, to] : parts)
         if (!QDir().mkpath(QFileInfo(bundle->path(u"bundle/"_s + to)).absolutePath())
@@ -63,12 +64,12 @@ std::unique_ptr<Launch> LauncherBundle::launch(const QStringList& arguments, boo
 
 bool LauncherBundle::writeInfo(QByteArray feed) const
 {
-    if (feed.endsWith(" module")) {
-        const QString module = path(u"bundle/"_s + networkModule);
+    if (feed.endsWith(" module") || feed == "no windows") {
+        const QString module = path(u"bundle/"_s + (feed == "no windows" ? windowsModule : networkModule));
         if (!QFile::remove(module)
-            || (feed != "no module" && !QFile::copy(path(u"bundle/"_s + uiReader), module)))
+            || (feed == "other module" && !QFile::copy(path(u"bundle/"_s + uiReader), module)))
             return false;
-        feed = "1.0";
+        feed = feed == "no windows" ? "2.0" : "1.0";
     }
     const QString appcast = path(u"appcast.xml"_s);
     if ((feed == "1.0" || feed == "2.0")
@@ -92,13 +93,14 @@ bool LauncherBundle::startDisplay()
     return true;
 }
 
-bool LauncherBundle::typeIntoWindow(const QStringList& keys) const
+bool LauncherBundle::typeIntoWindow(qint64 pid, const QStringList& keys) const
 {
     Launch tool;
     tool.setProcessEnvironment(env);
-    tool.start(u"xdotool"_s, QStringList{u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s,
-                                         u"^ZELNA Quorin$"_s, u"windowfocus"_s, u"--sync"_s, u"key"_s}
-                                 + keys);
+    tool.start(u"xdotool"_s,
+               QStringList{u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--pid"_s, QString::number(pid),
+                           u"--name"_s, u"^ZELNA Quorin$"_s, u"windowfocus"_s, u"--sync"_s, u"key"_s}
+                   + keys);
     if (tool.finish() == 0)
         return true;
     qWarning("xdotool failed: %s", qPrintable(tool.output()));

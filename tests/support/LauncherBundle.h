@@ -14,9 +14,9 @@ struct Launch : QProcess {
     QString output() { return seen += QString::fromUtf8(readAll()); }
     bool says(const QString& text) { return output().contains(text); }
     // False when the process ended or time ran out before the text came.
-    bool waitFor(const QString& text)
+    bool waitFor(const QString& text, int ms = 15000)
     {
-        return QTest::qWaitFor([&] { return says(text) || state() == NotRunning; }, 15000) && says(text);
+        return QTest::qWaitFor([&] { return says(text) || state() == NotRunning; }, ms) && says(text);
     }
     // The exit status; 255 for an abnormal end (a fatal error aborts), -1 when still running after 15 s.
     int finish() { return state() && !waitForFinished(15000) ? -1 : exitStatus() ? 255 : exitCode(); }
@@ -41,7 +41,7 @@ public:
                                    const QString& prepare = {}, const QStringList& wrapper = {}) const;
     // The bundle's Info.plist with the given entries, or with a feed file of version "1.0" or "2.0", or
     // "none" for a feed file that is missing, or "no module" / "other module" for version 1.0 and no
-    // network module / another plug-in in its place.
+    // network module / another plug-in in its place, or "no windows" for version 2.0 and no windows module.
     bool writeInfo(QByteArray feed) const;
     // Makes the stand-in service an installed application.
     void installService() const
@@ -51,9 +51,9 @@ public:
 
     // Starts the launchers that follow on a virtual X server of their own.
     bool startDisplay();
-    // Gives the launcher's window the keyboard (there is no window manager to give it) once it is shown, and
-    // types these keys into it.
-    bool typeIntoWindow(const QStringList& keys) const;
+    // Gives the window of the launcher with this pid the keyboard (there is no window manager to give it)
+    // once it is shown, and types these keys into it; never into a window of an earlier run, not yet gone.
+    bool typeIntoWindow(qint64 pid, const QStringList& keys) const;
 
 private:
     LauncherBundle() = default;

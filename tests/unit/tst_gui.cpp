@@ -7,6 +7,7 @@
 #include "Testing.h"
 #include "UpdateDelegate.h"
 #include "ViewController.h"
+#include "WidgetWindows.h"
 #include "WindowController.h"
 #include "ZLButton.h"
 
@@ -80,10 +81,11 @@ private Q_SLOTS:
     void applicationShell()
     {
         // An accessory reopened comes forward after a pause (on macOS, the Dock first), never at once.
-        Application application({u"zelna-quorin"_s}, Application::Accessory);
+        WidgetWindows windows(Bundle::main());
+        Application application({u"zelna-quorin"_s}, Application::Accessory, &windows);
         const auto delegate = std::make_shared<AppDelegate>();
         QVERIFY(delegate->applicationShouldHandleReopen(false));
-        QVERIFY(delegate->controller().window()->isVisible()); // made once: the one shown
+        QVERIFY(windows.settingsWindow().window()->isVisible()); // made once: the one shown
         QCOMPARE(g_activations.load(), 0);
         QTRY_COMPARE_WITH_TIMEOUT(g_activations.load(), 1, 10000);
         // A checker whose window was shown has become a launcher: an answer does not end its event loop.
