@@ -33,13 +33,15 @@ void AppDelegate::finishLaunchLogic(const std::shared_ptr<AppDelegate>& delegate
 {
     if (!delegate)
         return;
-    UpdateDelegate::configureSharedUpdater(*delegate->UODATE_DELEGATE, Bundle::main());
-
+    // Set before the check starts: the check runs on the main thread, and its answer may come before
+    // this thread (a pool thread, once the service was opened) goes on.
     const QStringList& arguments = Application::shared()->arguments();
-    if (arguments.size() >= 2 && arguments[1] == u"checkVersion"_s) {
+    const bool checking = arguments.size() >= 2 && arguments[1] == u"checkVersion"_s;
+    if (checking)
         isChecker = true;
+    UpdateDelegate::configureSharedUpdater(*delegate->UODATE_DELEGATE, Bundle::main());
+    if (checking)
         return;
-    }
     DispatchQueue::main().async([delegate] { delegate->setAppPolicyToRegular(); });
 }
 
