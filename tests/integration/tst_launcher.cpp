@@ -215,6 +215,7 @@ private Q_SLOTS:
             &desktop);
         QTRY_VERIFY_WITH_TIMEOUT(
             desktop.output().section(u"active: "_s, -1).section(u'\n', 0, 0) != u"other"_s, 15000);
+        QCOMPARE(first->output().count(u"accessory state on reopen"_s), 1); // regular from the first on
         // On Wayland, under a compositor of another user's (not root's) that opens the windows out of sight,
         // each forwarded token brings them forward, once: a window shown then, and one on screen already.
         const QString wayland = path(u"wayland"_s), focus = u"\"change\": \"focus\""_s;
