@@ -40,9 +40,8 @@ void AppDelegate::finishLaunchLogic(const std::shared_ptr<AppDelegate>& delegate
     if (checking)
         isChecker = true;
     UpdateDelegate::configureSharedUpdater(*delegate->UODATE_DELEGATE, Bundle::main());
-    if (checking)
-        return;
-    DispatchQueue::main().async([delegate] { delegate->setAppPolicyToRegular(); });
+    if (!checking)
+        DispatchQueue::main().async([delegate] { delegate->setAppPolicyToRegular(); });
 }
 
 bool AppDelegate::applicationShouldHandleReopen(bool)

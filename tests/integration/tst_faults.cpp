@@ -394,14 +394,14 @@ private Q_SLOTS:
                 || ::mount("zq-empty", QFile::encodeName(folder), "tmpfs", 0, full ? "size=64k" : nullptr)
                        == 0);
         // syslog(3) reaches the journal through /dev/log, made for the run where there is none (a container).
-        const bool linked
-            = folder == u"/run"_s && QFile::link(u"/run/systemd/journal/dev-log"_s, u"/dev/log"_s);
+        const bool journaled = folder == u"/run"_s;
+        const bool linked = journaled && QFile::link(u"/run/systemd/journal/dev-log"_s, u"/dev/log"_s);
         const auto unlink = qScopeGuard([linked] {
             if (linked)
                 QFile::remove(u"/dev/log"_s);
         });
         Launch journal, journalctl;
-        if (folder == u"/run"_s)
+        if (journaled)
             journal.start(u"/lib/systemd/systemd-journald"_s);
         QTRY_VERIFY_WITH_TIMEOUT(
             !journal.state() || QFile::exists(u"/run/systemd/journal/io.systemd.journal"_s), 15000);
@@ -424,7 +424,7 @@ private Q_SLOTS:
         const QString logged = journalctl.output(),
                       printed = QString(output).remove(QRegularExpression(
                           u"(?m)^(?!.*zelna-quorin\\[).*\\n|^.*?zelna-quorin\\[\\d+:\\d+\\] "_s));
-        QVERIFY2(folder != u"/run"_s
+        QVERIFY2(!journaled
                      || (!logged.isEmpty() && !logged.contains(u"zelna-quorin["_s)
                          && printed == (prepare.isEmpty() ? logged : QString())),
                  qPrintable(logged + output));
