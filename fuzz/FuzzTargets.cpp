@@ -1,6 +1,5 @@
-// Every reader of outside input as a fuzz target. Built with ZQ_FUZZ_TARGET set, this is that target's
-// libFuzzer program; without it, a replayer that runs the target named first on its command line over saved
-// inputs, so the ordinary test builds replay every seed and every input that once failed.
+// Every reader of outside input as a fuzz target: with ZQ_FUZZ_TARGET set, its libFuzzer program; without, a
+// replayer of saved inputs (every seed, every input that once failed) for the ordinary test builds.
 #include "DesktopEntry.h"
 #include "LogSink.h"
 #include "Platform.h"
@@ -46,8 +45,7 @@ const Target targets[] = {
                  (void)best->downloadPage().scheme();
              }
      }},
-    // Any program of the user can write the defaults file. What was read must stay readable once a key is
-    // stored, or the next start moves it aside.
+    // Any program of the user can write the defaults file; what was read stays readable once a key is stored.
     {"fuzz_defaults_plist", nullptr,
      [](const QByteArray& input) {
          auto document = PlistDocument::parse(input);
@@ -58,8 +56,7 @@ const Target targets[] = {
          const auto reread = PlistDocument::parse(document->toXml());
          FUZZ_CHECK(reread && reread->value(u"QREnabled"_s) == QVariant(u"1"_s));
      }},
-    // Desktop entries can be written by any program of the user; the service's is copied into autostart, and
-    // the copy must run the same command, its program by the path found.
+    // Any program of the user can write entries; the service's copy in autostart runs the same command.
     {"fuzz_desktop_entry",
      [](const QString& scratch) {
          for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_DATA_DIRS", "XDG_CONFIG_DIRS"})
@@ -86,8 +83,7 @@ const Target targets[] = {
              FUZZ_CHECK(arguments(g_other) == expected);
          }
      }},
-    // Log lines are formats carrying text from files and feeds: the format, then NUL-separated arguments.
-    // However hostile, a line stays within its bound.
+    // Log lines are formats carrying outside text (the format, then NUL-separated arguments): within bound.
     {"fuzz_log_format", nullptr,
      [](const QByteArray& input) {
          QList<QByteArray> parts = input.split('\0');

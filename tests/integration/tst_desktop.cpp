@@ -92,31 +92,12 @@ private Q_SLOTS:
         }
     }
 
-    void loginItem()
-    {
-        XdgLoginItems items;
-        QVERIFY(!items.setEnabled(u"../escape"_s, true));
-        // A system-wide entry is hidden (unless unreadable), shown on enabling; with none, the user's goes.
-        const QString systemEntry = m_home.systemConfigDir() + u"/autostart/"_s + service + u".desktop"_s;
-        QVERIFY(TempHome::writeFile(systemEntry, "not an entry") && !items.setEnabled(service, false));
-        QVERIFY(TempHome::writeFile(systemEntry, "[Desktop Entry]\nType=Application\nName=S\nExec=x\n")
-                && items.setEnabled(service, false) && validEntry()
-                && TempHome::readFile(m_autostart).contains(u"\nHidden=true\n"_s));
-        QVERIFY(items.setEnabled(service, true));
-        QCOMPARE(TempHome::readFile(m_autostart),
-                 u"[Desktop Entry]\nType=Application\nVersion=1.4\nName=%1\nExec=%2 --background\n"
-                 u"NoDisplay=true\nX-GNOME-Autostart-enabled=true\n"_s.arg(service, m_service));
-        QVERIFY(QFile::remove(systemEntry) && items.setEnabled(service, false)
-                && !QFile::exists(m_autostart));
-    }
-
     void pass_data()
     {
-        // The flag as stored in the list; what is there before the pass: processes of the service's program,
-        // this user's started as the usual entry says ("mine", or with "extra" arguments), with the "script"
-        // arguments, with none ("stranger"), one of nobody's ("theirs", as root); the program file "replaced"
-        // while they run, a "twin" entry naming it too, a "pipe" at the login item's name. The entry's Exec
-        // unless the usual (found on PATH by its bare name, as installed services are). What the pass did.
+        // The flag as stored; before the pass, processes of the service's program: this user's as the usual
+        // entry starts it ("mine", with "extra" arguments), with the "script" arguments or none ("stranger"),
+        // nobody's ("theirs", as root); its file "replaced" while they run, a "twin" entry naming it too, a
+        // "pipe" at the login item's name. The entry's Exec unless the usual (found on PATH). What was done.
         QTest::addColumn<QByteArray>("stored");
         QTest::addColumn<QString>("before");
         QTest::addColumn<QString>("exec");
@@ -136,7 +117,6 @@ private Q_SLOTS:
         QTest::newRow("missing program")
             << on << QString() << u"/nonexistent/quorin-service"_s << u"-e use"_s;
         QTest::newRow("hidden entry") << on << QString() << u"quorin-service\nHidden=true"_s << u"-e use"_s;
-        QTest::newRow("exits at once") << on << QString() << u"true"_s << u"-e use login"_s;
         // Only the command line tells an interpreter's script from the user's other uses of it.
         QTest::newRow("interpreter") << off << u"script stranger"_s << u"quorin-service -c \"serve %%1\" %U"_s
                                      << u"-e ignore killed 9 running"_s;

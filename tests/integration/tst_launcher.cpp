@@ -62,17 +62,9 @@ private Q_SLOTS:
             << "2.0"_ba << check << -SIGINT << u"update alert shown for version 2.0"_s;
         // A check without an answer ends the checker: run from a timer, it must not pile up.
         QTest::newRow("checker, feed missing") << "none"_ba << check << 1 << u"Updater: update check of"_s;
-        QTest::newRow("checker, no network module")
-            << "no module"_ba << check << 1 << u"plugins/libzq-feed-download.so cannot be loaded: "_s;
-        QTest::newRow("checker, another plug-in as the network module")
-            << "other module"_ba << check << 1
-            << u"it does not offer com.zelna.Quorin.SUFeedDownloadFactory"_s;
-        // With no display, or no windows module, no one can see a window: a checker logs what it found, and
-        // any other start ends after its pass.
+        // With no display, or no windows module, a checker logs what it found.
         QTest::newRow("checker, no windows module")
             << "no windows"_ba << check << 2 << u"plugins/libzq-windows.so cannot be loaded: "_s;
-        QTest::newRow("no windows module")
-            << "no windows"_ba << u""_s << 1 << u"cannot be shown: the module"_s;
         QTest::newRow("no display, no newer version") << "1.0"_ba << u"-"_s + check << 0 << u""_s;
         QTest::newRow("no display, newer version")
             << "2.0"_ba << u"-"_s + check << 2
@@ -138,7 +130,6 @@ private Q_SLOTS:
             << false << u"C"_s << u"Make sure ZELNA Quorin is allowed under:"_s;
         // One that others may write is not used; a private folder under TMPDIR is.
         QTest::newRow("shared runtime folder") << true << u"de_DE"_s << u"Stellen Sie sicher"_s;
-        QTest::newRow("French") << false << u"fr_FR"_s << u"Assurez-vous que ZELNA Quorin"_s;
     }
     void secondLaunchReopensTheFirst()
     {
@@ -149,8 +140,7 @@ private Q_SLOTS:
         const QString folder
             = shared ? path(u"tmp/zelna-quorin-"_s) + QString::number(::getuid()) : path(u"runtime"_s);
         const QString socket = folder + u"/zelna-quorin.socket"_s;
-        // On a desktop with assistive technology on (its bus and window manager read the system's schemas and
-        // themes).
+        // On a desktop with assistive technology on (its bus and window manager read the system's themes).
         Launch bus, desktop;
         m_bundle->env.insert(u"LC_ALL"_s, language);
         m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-first_TIME41"_s);
@@ -175,7 +165,7 @@ private Q_SLOTS:
             QVERIFY(QFile::setPermissions(socket, QFile::Permissions(0x6666)));
             QCOMPARE(reopenAsNobody(socket), u"hung up"_s);
         }
-        m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-test_TIME42"_s); // what the desktop gives a start
+        m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-test_TIME42"_s); // as a desktop gives a start
         auto second = m_bundle->launch();                                   // no service pass of its own
         VERIFY_RUN(second->finish() == 0 && second->says(handedOver) && !second->says(u"ZELNA_LOG"_s)
                        && TempHome::readFile(path(u"pluginkit.log"_s)).count(u'\n') == 1,
@@ -199,23 +189,12 @@ private Q_SLOTS:
                        && reader->says(u": 1.0.0 |"_s),
                    reader);
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(path(u"service-starts"_s)), 15000);
-        // Each launch's feedback ends; started again while another client has the focus, it comes forward.
+        // Each launch's feedback ends, and the reopened window comes forward.
         VERIFY_RUN(first->waitFor(u"application activated"_s)
                        && desktop.waitFor(u"remove: ID=zq-first_TIME41\n"_s)
                        && desktop.waitFor(u"remove: ID=zq-test_TIME42\n"_s)
                        && desktop.waitFor(u"active: ZELNA Quorin\n"_s),
                    &desktop);
-        desktop.seen.clear();
-        m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-\"third\"_TIME43"_s);
-        VERIFY_RUN(
-            m_bundle->launch({}, true, u"xdotool search --name ^other$ windowactivate --sync"_s)->finish()
-                    == 0
-                && desktop.waitFor(u"remove: ID=\"zq-\\\"third\\\"_TIME43\"\n"_s)
-                && desktop.seen.contains(u"active: other\n"_s),
-            &desktop);
-        QTRY_VERIFY_WITH_TIMEOUT(
-            desktop.output().section(u"active: "_s, -1).section(u'\n', 0, 0) != u"other"_s, 15000);
-        QCOMPARE(first->output().count(u"accessory state on reopen"_s), 1); // regular from the first on
         // On Wayland, under a compositor of another user's (not root's) that opens the windows out of sight,
         // each forwarded token brings them forward, once: a window shown then, and one on screen already.
         const QString wayland = path(u"wayland"_s), focus = u"\"change\": \"focus\""_s;
@@ -245,6 +224,7 @@ private Q_SLOTS:
                        &sway);
         }
         QCOMPARE(first->output().count(u".activate(\""_s), 2);
+        QCOMPARE(first->output().count(u"accessory state on reopen"_s), 1); // regular from the first on
     }
 };
 

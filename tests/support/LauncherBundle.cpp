@@ -9,7 +9,6 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 const QString networkModule = u"lib/zelna-quorin/plugins/libzq-feed-download.so"_s;
-const QString uiReader = u"lib/zelna-quorin/plugins/libzq-ui-reader.so"_s;
 const QString windowsModule = u"lib/zelna-quorin/plugins/libzq-windows.so"_s;
 const char* const feedXml = "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\">"
                             "<channel><item><sparkle:version>%1</sparkle:version></item></channel></rss>";
@@ -29,7 +28,8 @@ std::unique_ptr<LauncherBundle> LauncherBundle::make()
     const QString built = QFileInfo(QStringLiteral(ZQ_LAUNCHER)).absolutePath() + u"/../"_s;
     for (const QString& part :
          {u"share/zelna-quorin/Main.ui"_s, u"share/zelna-quorin/translations/zelna-quorin_de.qm"_s,
-          u"share/zelna-quorin/translations/zelna-quorin_fr.qm"_s, networkModule, uiReader, windowsModule})
+          u"share/zelna-quorin/translations/zelna-quorin_fr.qm"_s, networkModule, windowsModule,
+          u"lib/zelna-quorin/plugins/libzq-ui-reader.so"_s})
         parts.append({built + part, part});
     for (const auto& [from, to] : parts)
         if (!QDir().mkpath(QFileInfo(bundle->path(u"bundle/"_s + to)).absolutePath())
@@ -64,13 +64,10 @@ std::unique_ptr<Launch> LauncherBundle::launch(const QStringList& arguments, boo
 
 bool LauncherBundle::writeInfo(QByteArray feed) const
 {
-    if (feed.endsWith(" module") || feed == "no windows") {
-        const QString module = path(u"bundle/"_s + (feed == "no windows" ? windowsModule : networkModule));
-        if (!QFile::remove(module)
-            || (feed == "other module" && !QFile::copy(path(u"bundle/"_s + uiReader), module)))
-            return false;
-        feed = feed == "no windows" ? "2.0" : "1.0";
-    }
+    if (feed == "no windows" && !QFile::remove(path(u"bundle/"_s + windowsModule)))
+        return false;
+    if (feed == "no windows")
+        feed = "2.0";
     const QString appcast = path(u"appcast.xml"_s);
     if ((feed == "1.0" || feed == "2.0")
         && !TempHome::writeFile(appcast, QByteArray(feedXml).replace("%1", feed)))
@@ -91,18 +88,4 @@ bool LauncherBundle::startDisplay()
     env.insert(u"DISPLAY"_s, u':' + m_display.output().trimmed());
     env.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
     return true;
-}
-
-bool LauncherBundle::typeIntoWindow(qint64 pid, const QStringList& keys) const
-{
-    Launch tool;
-    tool.setProcessEnvironment(env);
-    tool.start(u"xdotool"_s,
-               QStringList{u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--pid"_s, QString::number(pid),
-                           u"--name"_s, u"^ZELNA Quorin$"_s, u"windowfocus"_s, u"--sync"_s, u"key"_s}
-                   + keys);
-    if (tool.finish() == 0)
-        return true;
-    qWarning("xdotool failed: %s", qPrintable(tool.output()));
-    return false;
 }

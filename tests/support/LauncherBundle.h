@@ -22,8 +22,7 @@ struct Launch : QProcess {
     int finish() { return state() && !waitForFinished(15000) ? -1 : exitStatus() ? 255 : exitCode(); }
 };
 
-// The built launcher in a bundle of its own (bundle/ in a temporary home), with a stand-in pluginkit
-// and a stand-in service that has a desktop entry.
+// The built launcher in bundle/ of a temporary home, with a stand-in pluginkit and an installable service.
 class LauncherBundle {
 public:
     // Nothing when the bundle could not be made.
@@ -34,14 +33,12 @@ public:
     QString service() const { return path(QStringLiteral("bundle/bin/zq-test-service")); }
     QProcessEnvironment env;
 
-    // Started through a shell that runs PREPARE first, with descriptor 7 open and not close-on-exec, as a
-    // careless parent leaves one: the stand-in pluginkit records it if it reaches the election. A wrapper
-    // (a tracer) starts the launcher in its place.
+    // Through a shell that runs PREPARE first and leaves descriptor 7 open, as a careless parent does (the
+    // stand-in pluginkit notes it if it reaches the election); a WRAPPER (a tracer) starts the launcher.
     std::unique_ptr<Launch> launch(const QStringList& arguments = {}, bool display = true,
                                    const QString& prepare = {}, const QStringList& wrapper = {}) const;
     // The bundle's Info.plist with the given entries, or with a feed file of version "1.0" or "2.0", or
-    // "none" for a feed file that is missing, or "no module" / "other module" for version 1.0 and no
-    // network module / another plug-in in its place, or "no windows" for version 2.0 and no windows module.
+    // "none" for a feed file that is missing, or "no windows" for version 2.0 and no windows module.
     bool writeInfo(QByteArray feed) const;
     // Makes the stand-in service an installed application.
     void installService() const
@@ -51,9 +48,6 @@ public:
 
     // Starts the launchers that follow on a virtual X server of their own.
     bool startDisplay();
-    // Gives the window of the launcher with this pid the keyboard (there is no window manager to give it)
-    // once it is shown, and types these keys into it; never into a window of an earlier run, not yet gone.
-    bool typeIntoWindow(qint64 pid, const QStringList& keys) const;
 
 private:
     LauncherBundle() = default;

@@ -12,8 +12,7 @@ using namespace Qt::Literals::StringLiterals;
 
 TempHome::TempHome() : m_dir(QDir::tempPath() + u"/zq-test-XXXXXX"_s)
 {
-    for (const QString& dir : QStringList{configHome(), dataHome(), systemDataDir(), systemConfigDir(),
-                                          applicationsDir(), path() + u"/runtime"_s})
+    for (const QString& dir : QStringList{configHome(), applicationsDir(), path() + u"/runtime"_s})
         QDir().mkpath(dir);
     QFile::setPermissions(path() + u"/runtime"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
@@ -23,8 +22,8 @@ void TempHome::applyToProcess() const
     const QList<std::pair<const char*, QString>> variables{{"HOME", path()},
                                                            {"XDG_CONFIG_HOME", configHome()},
                                                            {"XDG_DATA_HOME", dataHome()},
-                                                           {"XDG_DATA_DIRS", systemDataDir()},
-                                                           {"XDG_CONFIG_DIRS", systemConfigDir()},
+                                                           {"XDG_DATA_DIRS", path() + u"/system-data"_s},
+                                                           {"XDG_CONFIG_DIRS", path() + u"/system-config"_s},
                                                            {"XDG_RUNTIME_DIR", path() + u"/runtime"_s}};
     for (const auto& [name, value] : variables)
         qputenv(name, QFile::encodeName(value));

@@ -13,8 +13,6 @@ public:
     QString path() const { return m_dir.path(); }
     QString configHome() const { return path() + QStringLiteral("/config"); }
     QString dataHome() const { return path() + QStringLiteral("/data"); }
-    QString systemDataDir() const { return path() + QStringLiteral("/system-data"); }
-    QString systemConfigDir() const { return path() + QStringLiteral("/system-config"); }
     QString applicationsDir() const { return dataHome() + QStringLiteral("/applications"); }
     QString autostartDir() const { return configHome() + QStringLiteral("/autostart"); }
     // The defaults suite the launcher and the service share, with the enabled flag.
@@ -23,8 +21,7 @@ public:
         return configHome() + QStringLiteral("/K4WQ7ZT2RB.group.zelna.Quorin.plist");
     }
 
-    // Points this process, and so the processes it starts, at the temporary home (before anything caches the
-    // variables).
+    // Points this process and its children at the temporary home (before anything caches the variables).
     void applyToProcess() const;
 
     // Writes an application entry NAME.desktop whose Exec is the given command line.
@@ -32,8 +29,7 @@ public:
 
     static QString readFile(const QString& path);
     static bool writeFile(const QString& path, const QByteArray& bytes);
-    // Ends this user's processes running PROGRAM. Never by a pid noted earlier: that process may have ended
-    // and its pid gone to another.
+    // Ends this user's processes running PROGRAM; never by a pid noted earlier, which may be another's now.
     static void killAll(const QString& program);
 
     // For tests that act as a second user (they need root). Call after setting the process's environment.

@@ -11,8 +11,6 @@
 #include <QTest>
 #include <QThread>
 
-#include <thread>
-
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,13 +1,9 @@
-#include "CLogger.h"
 #include "PrintfFormat.h"
-#include "RecordingLogSink.h"
 #include "Testing.h"
 
-// The log lines: their formatting, and the stream that writes the user's log file.
+// The log lines' formatting.
 class TestCore : public QObject {
     Q_OBJECT
-    std::shared_ptr<RecordingLogSink> m_sink = RecordingLogSink::install();
-    TempHome m_dir;
 
 private Q_SLOTS:
     // Missing arguments print as zero or null, "%n" writes nothing, hostile widths are capped.
@@ -32,37 +28,6 @@ private Q_SLOTS:
         // Lines end at 4 KiB, never inside a UTF-8 sequence, however many directives follow.
         QCOMPARE(PrintfFormat::render(QByteArray(4095, 'a') + "\xc3\xa9%d"), QByteArray(4095, 'a'));
         QCOMPARE(PrintfFormat::render(QByteArray("%999d").repeated(1 << 16)).size(), 4096);
-    }
-
-    // A new stream to the same file keeps what is there; of its events, only an error is logged. Events
-    // arrive on the thread that scheduled the stream, and find nothing once it is gone.
-    void fileStreamer()
-    {
-        const QString path = m_dir.path() + u"/log"_s;
-        FileStreamer streamer(path);
-        streamer.open();
-        QVERIFY(streamer.append(u"one\n"_s));
-        streamer.startNewStreamWith(path);
-        QVERIFY(streamer.append(u"zwei \u00FC\n"_s));
-        streamer.close();
-        QCOMPARE(TempHome::readFile(path), u"one\nzwei \u00FC\n"_s);
-        m_sink->clear();
-        streamer.startNewStreamWith(m_dir.path()); // a folder
-        QTRY_COMPARE(m_sink->lines().filter(u"StreamError: "_s).size(), 1);
-        // An event queued for a stream that is gone finds nothing (it once ran on the freed stream).
-        struct Recorder : StreamDelegate {
-            int events = 0;
-            void stream(OutputStream*, int) override { ++events; }
-        } recorder;
-        {
-            OutputStream dropped(m_dir.path() + u"/gone"_s, true);
-            dropped.setDelegate(&recorder);
-            dropped.scheduleInCurrentRunLoop();
-            dropped.post(OutputStream::HasSpaceAvailable);
-        }
-        QTest::qWait(20);
-        QCOMPARE(recorder.events, 0);
-        QCOMPARE(m_sink->lines().size(), 1);
     }
 };
 
