@@ -130,6 +130,7 @@ private Q_SLOTS:
             << false << u"C"_s << u"Make sure ZELNA Quorin is allowed under:"_s;
         // One that others may write is not used; a private folder under TMPDIR is.
         QTest::newRow("shared runtime folder") << true << u"de_DE"_s << u"Stellen Sie sicher"_s;
+        QTest::newRow("French") << false << u"fr_FR"_s << u"Assurez-vous que ZELNA Quorin"_s;
     }
     void secondLaunchReopensTheFirst()
     {
