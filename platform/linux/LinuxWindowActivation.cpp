@@ -116,14 +116,20 @@ void WindowActivation::useToken(const QByteArray& token)
         const auto set = reinterpret_cast<SetStartupId>(function);
         if (!set)
             return;
-        set(token.constData());
+        // Qt writes the id into its own message unquoted: one that must be quoted is ended here only.
+        const bool quoted = token.contains(' ') || token.contains('"') || token.contains('\\');
+        if (!quoted)
+            set(token.constData());
         // A window that was already shown ends nothing: once this turn's windows are shown, a start
         // still unended is ended here.
-        QTimer::singleShot(0, qApp, [native, set, token] {
-            if (token == static_cast<const char*>(native->nativeResourceForIntegration("startupid"))) {
+        QTimer::singleShot(0, qApp, [native, set, token, quoted] {
+            const bool unended
+                = !quoted
+                  && token == static_cast<const char*>(native->nativeResourceForIntegration("startupid"));
+            if (unended)
                 set("");
+            if (quoted || unended)
                 endStartupNotification(token);
-            }
         });
     }
 }

@@ -166,14 +166,14 @@ private Q_SLOTS:
             QVERIFY(QFile::setPermissions(socket, QFile::Permissions(0x6666)));
             QCOMPARE(reopenAsNobody(socket), u"hung up"_s);
         }
-        m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-test_TIME42"_s); // as a desktop gives a start
-        auto second = m_bundle->launch();                                   // no service pass of its own
+        m_bundle->env.insert(u"DESKTOP_STARTUP_ID"_s, u"zq-\"test\"_TIME42"_s); // as a desktop gives a start
+        auto second = m_bundle->launch();                                       // no service pass of its own
         VERIFY_RUN(second->finish() == 0 && second->says(handedOver) && !second->says(u"ZELNA_LOG"_s)
                        && TempHome::readFile(path(u"pluginkit.log"_s)).count(u'\n') == 1,
                    second);
         VERIFY_RUN(first->waitFor(window)
                        && first->says(u"ZENLA Launcher Handling accessory state on reopen"_s)
-                       && first->says(u"reopen with activation token zq-test_TIME42"_s),
+                       && first->says(u"reopen with activation token zq-\"test\"_TIME42"_s),
                    first);
         // Once, with the log text as it has always been spelt; none for the other user.
         QCOMPARE(first->output().count(u"ZENLA Launcher applicationShouldHandleReopen"_s), 1);
@@ -193,7 +193,7 @@ private Q_SLOTS:
         // Each launch's feedback ends, and the reopened window comes forward.
         VERIFY_RUN(first->waitFor(u"application activated"_s)
                        && desktop.waitFor(u"remove: ID=zq-first_TIME41\n"_s)
-                       && desktop.waitFor(u"remove: ID=zq-test_TIME42\n"_s)
+                       && desktop.waitFor(u"remove: ID=\"zq-\\\"test\\\"_TIME42\"\n"_s)
                        && desktop.waitFor(u"active: ZELNA Quorin\n"_s),
                    &desktop);
         // On Wayland, under a compositor of another user's (not root's) that opens the windows out of sight,
