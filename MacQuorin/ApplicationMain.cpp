@@ -101,11 +101,13 @@ int ApplicationMain(int argc, char* argv[])
     Platform::quitOnTerminationSignals();
 
     Application application(arguments, Application::Accessory, windows.get());
-    if (role == InstanceChannel::Role::Listening && windows)
-        Platform::instanceChannel().listen(
-            [&application](const QByteArray& token) { application.reopen(token); });
-    else if (role == InstanceChannel::Role::Listening)
-        Platform::instanceChannel().close(); // nothing to reopen: a later start takes the place
+    if (role == InstanceChannel::Role::Listening) {
+        if (windows)
+            Platform::instanceChannel().listen(
+                [&application](const QByteArray& token) { application.reopen(token); });
+        else
+            Platform::instanceChannel().close(); // nothing to reopen: a later start takes the place
+    }
     const std::unique_ptr<SUUpdater> updater = makeSharedUpdater(Bundle::main(), windows.get());
     const auto delegate = std::make_shared<AppDelegate>();
     application.setDelegate(delegate.get());

@@ -3,8 +3,6 @@
 #include <QCoreApplication>
 #include <QEvent>
 
-#include <mutex>
-
 #if defined(__SANITIZE_THREAD__)
 #include <sanitizer/tsan_interface.h>
 #endif
@@ -36,24 +34,13 @@ void takenOver([[maybe_unused]] void* event)
 #endif
 }
 
-// Each thread's list of posted events is guarded by that library's lock too:
-// two threads posting to the same list would otherwise be reported.
-void postEvent(QObject* receiver, QEvent* event)
-{
-#if defined(__SANITIZE_THREAD__)
-    static std::mutex posting;
-    const std::lock_guard lock(posting);
-#endif
-    QCoreApplication::postEvent(receiver, event);
-}
-
 } // namespace
 
 void WorkRunner::post(std::function<void()> work)
 {
     auto* event = new WorkEvent(std::move(work));
     handedOver(event);
-    postEvent(this, event);
+    QCoreApplication::postEvent(this, event);
 }
 
 bool WorkRunner::event(QEvent* event)

@@ -14,6 +14,12 @@
 
 namespace {
 
+// Whether a value must be quoted in a startup notification message.
+bool needsQuoting(const QByteArray& value)
+{
+    return value.contains(' ') || value.contains('"') || value.contains('\\');
+}
+
 // Ends a launch's feedback (the busy cursor or spinner) with the startup notification "remove"
 // message, as client messages of 20 bytes to the root window.
 void endStartupNotification(const QByteArray& id)
@@ -33,7 +39,7 @@ void endStartupNotification(const QByteArray& id)
     };
     // A value with a blank, quote or backslash is quoted, its quotes and backslashes escaped.
     QByteArray value = id;
-    if (value.contains(' ') || value.contains('"') || value.contains('\\'))
+    if (needsQuoting(value))
         value = '"' + value.replace('\\', "\\\\").replace('"', "\\\"") + '"';
     const QByteArray message = "remove: ID=" + value + '\0';
     xcb_client_message_event_t event{};
@@ -117,19 +123,18 @@ void WindowActivation::useToken(const QByteArray& token)
         if (!set)
             return;
         // Qt writes the id into its own message unquoted: one that must be quoted is ended here only.
-        const bool quoted = token.contains(' ') || token.contains('"') || token.contains('\\');
-        if (!quoted)
-            set(token.constData());
+        if (needsQuoting(token)) {
+            QTimer::singleShot(0, qApp, [token] { endStartupNotification(token); });
+            return;
+        }
+        set(token.constData());
         // A window that was already shown ends nothing: once this turn's windows are shown, a start
         // still unended is ended here.
-        QTimer::singleShot(0, qApp, [native, set, token, quoted] {
-            const bool unended
-                = !quoted
-                  && token == static_cast<const char*>(native->nativeResourceForIntegration("startupid"));
-            if (unended)
+        QTimer::singleShot(0, qApp, [native, set, token] {
+            if (token == static_cast<const char*>(native->nativeResourceForIntegration("startupid"))) {
                 set("");
-            if (quoted || unended)
                 endStartupNotification(token);
+            }
         });
     }
 }

@@ -1,6 +1,5 @@
 #include "LauncherBundle.h"
 #include "PlistDocument.h"
-#include "ProcFs.h"
 #include "Testing.h"
 
 #include <QDirIterator>
@@ -169,12 +168,7 @@ class TestFaults : public QObject {
         m_bundle->env.insert(u"ASAN_OPTIONS"_s,
                              tracer.isEmpty() ? qEnvironmentVariable("ASAN_OPTIONS") : u"detect_leaks=0"_s);
         auto run = m_bundle->launch(path.arguments, path.display != u"none"_s, prepare, tracer);
-        const auto launcher = [this] { // its pid, not its tracer's
-            for (const ProcFs::Process& process : ProcFs().processes())
-                if (process.executable == m_bundle->path(u"bundle/bin/zelna-quorin"_s))
-                    return process.pid;
-            return qint64(0);
-        };
+        const QString launcher = m_bundle->path(u"bundle/bin/zelna-quorin"_s); // its pid, not its tracer's
         if (path.display == u"xcb"_s) {
             const QString preview = QString(previewFile).replace(0, 1, home()),
                           before = TempHome::readFile(preview);
@@ -185,8 +179,9 @@ class TestFaults : public QObject {
             xdotool.setProcessEnvironment(m_bundle->env);
             if (run->waitFor(u"application activated"_s, INT_MAX))
                 xdotool.start(u"xdotool"_s, {u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--pid"_s,
-                                             QString::number(launcher()), u"--name"_s, u"^ZELNA Quorin$"_s,
-                                             u"windowfocus"_s, u"--sync"_s, u"key"_s, u"Tab"_s, u"space"_s});
+                                             QString::number(TempHome::running(launcher).value(0)),
+                                             u"--name"_s, u"^ZELNA Quorin$"_s, u"windowfocus"_s, u"--sync"_s,
+                                             u"key"_s, u"Tab"_s, u"space"_s});
             if (xdotool.finish() != 0)
                 qWarning("xdotool failed: %s", qPrintable(xdotool.output()));
             // Written, or failed and said so, or the launcher was killed.
@@ -196,7 +191,7 @@ class TestFaults : public QObject {
                            || run->state() == QProcess::NotRunning;
                 },
                 20000);
-            if (const qint64 pid = launcher())
+            if (const qint64 pid = TempHome::running(launcher).value(0))
                 ::kill(pid_t(pid), SIGTERM);
         }
         const bool ended = run->state() == QProcess::NotRunning || run->waitForFinished(30000);

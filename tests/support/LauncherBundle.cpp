@@ -64,10 +64,11 @@ std::unique_ptr<Launch> LauncherBundle::launch(const QStringList& arguments, boo
 
 bool LauncherBundle::writeInfo(QByteArray feed) const
 {
-    if (feed == "no windows" && !QFile::remove(path(u"bundle/"_s + windowsModule)))
-        return false;
-    if (feed == "no windows")
+    if (feed == "no windows") {
+        if (!QFile::remove(path(u"bundle/"_s + windowsModule)))
+            return false;
         feed = "2.0";
+    }
     const QString appcast = path(u"appcast.xml"_s);
     if ((feed == "1.0" || feed == "2.0")
         && !TempHome::writeFile(appcast, QByteArray(feedXml).replace("%1", feed)))

@@ -49,12 +49,19 @@ bool TempHome::writeFile(const QString& path, const QByteArray& bytes)
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
 }
 
+QList<qint64> TempHome::running(const QString& program)
+{
+    QList<qint64> found;
+    for (const ProcFs::Process& process : ProcFs().processes())
+        if (process.uid == ::geteuid() && process.executable == program)
+            found << process.pid;
+    return found;
+}
+
 void TempHome::killAll(const QString& program)
 {
-    const ProcFs procFs;
-    for (const ProcFs::Process& process : procFs.processes())
-        if (process.uid == ::geteuid() && process.executable == program)
-            procFs.kill(process.pid, program, process.uid);
+    for (const qint64 pid : running(program))
+        ProcFs().kill(pid, program, ::geteuid());
 }
 
 void TempHome::runAsNobody(QProcess& process)

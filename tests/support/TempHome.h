@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDir>
+#include <QList>
 #include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
@@ -29,7 +30,8 @@ public:
 
     static QString readFile(const QString& path);
     static bool writeFile(const QString& path, const QByteArray& bytes);
-    // Ends this user's processes running PROGRAM; never by a pid noted earlier, which may be another's now.
+    // This user's processes running PROGRAM; ending them, never by a pid noted earlier (another's by now).
+    static QList<qint64> running(const QString& program);
     static void killAll(const QString& program);
 
     // For tests that act as a second user (they need root). Call after setting the process's environment.
